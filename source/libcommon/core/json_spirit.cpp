@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <limits>
 #include <stdexcept>
 
@@ -175,8 +176,10 @@ void writeValue(const Value& v, std::string& out) {
             out += "null";
             break;
         }
+        // Shortest text that reads back as the same double.
         char buf[32];
-        std::snprintf(buf, sizeof buf, "%.17g", d);
+        std::snprintf(buf, sizeof buf, "%.15g", d);
+        if (std::strtod(buf, nullptr) != d) std::snprintf(buf, sizeof buf, "%.17g", d);
         out += buf;
         break;
     }
