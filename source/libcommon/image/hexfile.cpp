@@ -391,9 +391,17 @@ bool HexFile::calculateBoundaries(Status& status, const std::string& fileName,
         [this](const unsigned char* text, unsigned count, unsigned char sum) {
             return checkCheckSum(text, count, sum);
         },
-        [&bounds](unsigned address, const unsigned char*, unsigned count, int) {
+        [&](unsigned address, const unsigned char*, unsigned count, int record) {
             // A record of no bytes gives high = low - 1, and counts too.
             const unsigned high = address + count - 1;
+            if (count > 0 && high < address) {
+                // Bytes beyond 0xFFFFFFFF have no place in the buffer.
+                status.setFields(SeverityError, kComponent, ERR_HEX_FORMAT,
+                                 "Hex file format error encountered reading file %s at record "
+                                 "number %d.",
+                                 fileName.c_str(), record);
+                return false;
+            }
             if (high > bounds.second) {
                 bounds.second = high;
             }
