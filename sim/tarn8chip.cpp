@@ -81,6 +81,7 @@ Tarn8Chip::Tarn8Chip(boost::shared_ptr<DIDevice> device) : device(device) {
     else
         buildClassic();
     presetSignature();
+    presetDefaults();
 }
 
 boost::shared_ptr<Tarn8Chip> Tarn8Chip::fromDeviceFile(const std::string& path) {
@@ -137,6 +138,14 @@ void Tarn8Chip::buildSprig() {
         const std::string memoryName = boost::algorithm::to_lower_copy(segmentName);
         if (segment->getSize() == 0 || findMemory(memoryName) != npos)
             continue;
+        if (segmentName == "MAPPED_PROGMEM") {
+            // The program flash seen through the data space.
+            const uint32_t mappedSize = static_cast<uint32_t>(
+                std::min<uint64_t>(segment->getSize(), memories[flashIndex].bytes.size()));
+            addWindow(MemTypeSram, flashIndex, to32(segment->getStart(), memoryName), mappedSize,
+                      0);
+            continue;
+        }
         Kind kind = KIND_RAM;
         unsigned char fill = 0x00;
         std::vector<int> types = {MemTypeSram};
@@ -183,6 +192,40 @@ void Tarn8Chip::presetSignature() {
                                     static_cast<unsigned char>(id.signature)};
     for (size_t i = 0; i < 3 && i < memory.bytes.size(); ++i)
         memory.bytes[i] = bytes[i];
+}
+
+void Tarn8Chip::presetDefaults() {
+    boost::shared_ptr<DIPropertyGroup> defaults = device->getPropertyGroup("DEFAULTS");
+    if (!defaults)
+        return;
+    const size_t fuses = findMemory("fuses");
+    const size_t lockbits = findMemory("lockbits");
+    const size_t osccal = findMemory("osccal");
+    boost::shared_ptr<DIModule> fuseModule = device->getModule("FUSE");
+    boost::shared_ptr<DIRegisterGroup> fuseGroup =
+        fuseModule ? fuseModule->getRegisterGroup("FUSE") : boost::shared_ptr<DIRegisterGroup>();
+    auto setByte = [this](size_t memory, uint64_t offset, uint32_t value) {
+        if (memory != npos && offset < memories[memory].bytes.size())
+            memories[memory].bytes[offset] = static_cast<unsigned char>(value);
+    };
+    const std::string fusePrefix = "FUSE_";
+    for (const auto& property : defaults->getProperties()) {
+        const std::string key = property->getName();
+        const uint32_t value = property->getUint32Value();
+        if (key == "LOCKBIT") {
+            setByte(lockbits, 0, value);
+        } else if (key == "OSCCAL") {
+            setByte(osccal, 0, value);
+        } else if (key.compare(0, fusePrefix.size(), fusePrefix) == 0 && fuseGroup) {
+            // FUSE_<name> names the fuse register <name> or FUSE<name>.
+            const std::string fuse = key.substr(fusePrefix.size());
+            boost::shared_ptr<DIRegister> reg = fuseGroup->getRegister(fuse);
+            if (!reg)
+                reg = fuseGroup->getRegister("FUSE" + fuse);
+            if (reg)
+                setByte(fuses, reg->getOffset(), value);
+        }
+    }
 }
 
 void Tarn8Chip::addMemory(const std::string& name, Kind kind, uint64_t start, uint64_t size,

@@ -13,6 +13,7 @@
 //   - eeprom: bytes are written as given (erase and write in one step);
 //     erasing a page sets it to 0xFF;
 //   - signature, production signature and calibration rows are read-only;
+//     the signature row starts with the device's signature bytes;
 //   - fuses, lock bits and the data space are plain bytes.
 // Every transfer is held to the chip's limits: data-space transfers to
 // plainMax, paged memories to pagedMax, the others to the larger of both.
@@ -164,6 +165,9 @@ private:
     void buildClassic();
     void buildSprig();
     void presetSignature();
+    // Factory values of fuses, lock bits and calibration from the
+    // description's property group "DEFAULTS", where it has one.
+    void presetDefaults();
 
     boost::shared_ptr<DIDevice> device;
     bool sprig = false;
