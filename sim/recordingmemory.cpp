@@ -192,6 +192,10 @@ void RecordingMemory::write(uint64_t address, unsigned int size,
         throwFailure(call);
     }
     const size_t offset = address - baseAddress;
+    if (!someFail && !flashMode) {
+        std::copy_n(data, size, bytes.begin() + offset);
+        return;
+    }
     for (unsigned int i = 0; i < size; ++i) {
         if (someFail) {
             auto f = addressFailures.find(address + i);
