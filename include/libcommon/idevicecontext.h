@@ -33,11 +33,7 @@ class IDeviceContext : public IContextBase {
 public:
     // The kind of session a plug-in has started. Only plug-ins tell the
     // kinds apart; the library just stores the value.
-    enum SessionType {
-        SessionNone = 0,
-        SessionProgramming = 1,
-        SessionDebugging = 2
-    };
+    enum SessionType { SessionNone = 0, SessionProgramming = 1, SessionDebugging = 2 };
 
     // Requests a plug-in may act on outside of normal run control. The base
     // class acts on SpecialOperationRequest only, by recording that it was
@@ -60,23 +56,18 @@ public:
     };
 
     // What getInfo answers from the device description.
-    enum DeviceInfo {
-        DeviceInfoName = 0,
-        DeviceInfoArchitecture = 1
-    };
+    enum DeviceInfo { DeviceInfoName = 0, DeviceInfoArchitecture = 1 };
 
     typedef boost::signals2::signal<void(boost::shared_ptr<IDeviceContext>, bool)>
         ExternalResetSignal;
-    typedef boost::signals2::signal<void(boost::shared_ptr<IDeviceContext>, bool)>
-        PowerStateSignal;
-    typedef boost::signals2::signal<void(boost::shared_ptr<IDeviceContext>,
-                                         std::vector<uint8_t>&)>
+    typedef boost::signals2::signal<void(boost::shared_ptr<IDeviceContext>, bool)> PowerStateSignal;
+    typedef boost::signals2::signal<void(boost::shared_ptr<IDeviceContext>, std::vector<uint8_t>&)>
         TargetEventSignal;
 
     virtual std::string getName() = 0;
-    virtual boost::shared_ptr<DeviceId> startSession(Status& status, SessionType type,
-                                                     bool attach,
-                                                     boost::shared_ptr<IProcessContext> process) = 0;
+    virtual boost::shared_ptr<DeviceId> startSession(
+        Status& status, SessionType type, bool attach,
+        boost::shared_ptr<IProcessContext> process) = 0;
     virtual bool endSession() = 0;
     virtual SessionType getSessionType() const = 0;
     virtual boost::shared_ptr<IProcessContext> getProcess() = 0;

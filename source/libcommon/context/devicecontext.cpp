@@ -9,8 +9,7 @@
 
 namespace {
 
-[[noreturn]] void notImplemented()
-{
+[[noreturn]] void notImplemented() {
     throw std::runtime_error("Not implemented!");
 }
 
@@ -25,186 +24,149 @@ GeneralDeviceContext::GeneralDeviceContext(ITarnDebugger& debugger, std::string 
       physicalInterface(physicalInterface),
       deviceInfo(deviceInfo),
       sessionType(SessionNone),
-      specialOperationRequested(false)
-{
-}
+      specialOperationRequested(false) {}
 
-std::string GeneralDeviceContext::getName()
-{
+std::string GeneralDeviceContext::getName() {
     return deviceInfo ? deviceInfo->getName() : std::string();
 }
 
 boost::shared_ptr<DeviceId> GeneralDeviceContext::startSession(Status&, SessionType, bool,
-                                                               boost::shared_ptr<IProcessContext>)
-{
+                                                               boost::shared_ptr<IProcessContext>) {
     notImplemented();
 }
 
-bool GeneralDeviceContext::endSession()
-{
+bool GeneralDeviceContext::endSession() {
     notImplemented();
 }
 
-IDeviceContext::SessionType GeneralDeviceContext::getSessionType() const
-{
+IDeviceContext::SessionType GeneralDeviceContext::getSessionType() const {
     return sessionType;
 }
 
-boost::shared_ptr<IProcessContext> GeneralDeviceContext::getProcess()
-{
+boost::shared_ptr<IProcessContext> GeneralDeviceContext::getProcess() {
     notImplemented();
 }
 
-boost::shared_ptr<IRunControlContext> GeneralDeviceContext::getRunControl()
-{
+boost::shared_ptr<IRunControlContext> GeneralDeviceContext::getRunControl() {
     notImplemented();
 }
 
-std::vector<boost::shared_ptr<IMemoryContext>> GeneralDeviceContext::getMemories()
-{
+std::vector<boost::shared_ptr<IMemoryContext>> GeneralDeviceContext::getMemories() {
     notImplemented();
 }
 
-boost::shared_ptr<IMemoryContext> GeneralDeviceContext::getMemory(const std::string& name)
-{
+boost::shared_ptr<IMemoryContext> GeneralDeviceContext::getMemory(const std::string& name) {
     for (const boost::shared_ptr<IMemoryContext>& memory : getMemories()) {
-        if (memory && memory->getMemoryName() == name)
-            return memory;
+        if (memory && memory->getMemoryName() == name) return memory;
     }
     return boost::shared_ptr<IMemoryContext>();
 }
 
-std::vector<boost::shared_ptr<IRegistersContext>> GeneralDeviceContext::getRegisters()
-{
+std::vector<boost::shared_ptr<IRegistersContext>> GeneralDeviceContext::getRegisters() {
     notImplemented();
 }
 
-boost::shared_ptr<IRegistersContext> GeneralDeviceContext::getRegister(const std::string& name)
-{
+boost::shared_ptr<IRegistersContext> GeneralDeviceContext::getRegister(const std::string& name) {
     for (const boost::shared_ptr<IRegistersContext>& reg : getRegisters()) {
-        if (reg && reg->getName() == name)
-            return reg;
+        if (reg && reg->getName() == name) return reg;
     }
     return boost::shared_ptr<IRegistersContext>();
 }
 
-boost::shared_ptr<IBreakpointsTarget> GeneralDeviceContext::getBreakpointsTarget()
-{
+boost::shared_ptr<IBreakpointsTarget> GeneralDeviceContext::getBreakpointsTarget() {
     notImplemented();
 }
 
-boost::shared_ptr<IStimuliTarget> GeneralDeviceContext::getStimuliTarget()
-{
+boost::shared_ptr<IStimuliTarget> GeneralDeviceContext::getStimuliTarget() {
     return boost::shared_ptr<IStimuliTarget>();
 }
 
-boost::shared_ptr<ITraceContext> GeneralDeviceContext::getTraceContext()
-{
+boost::shared_ptr<ITraceContext> GeneralDeviceContext::getTraceContext() {
     return boost::shared_ptr<ITraceContext>();
 }
 
-boost::shared_ptr<ITraceTarget> GeneralDeviceContext::getTraceTarget()
-{
+boost::shared_ptr<ITraceTarget> GeneralDeviceContext::getTraceTarget() {
     return boost::shared_ptr<ITraceTarget>();
 }
 
-boost::shared_ptr<IResourceInfoProvider> GeneralDeviceContext::getResourceInfoProvider()
-{
+boost::shared_ptr<IResourceInfoProvider> GeneralDeviceContext::getResourceInfoProvider() {
     return boost::shared_ptr<IResourceInfoProvider>();
 }
 
-boost::shared_ptr<DIDevice> GeneralDeviceContext::getDeviceInfo()
-{
+boost::shared_ptr<DIDevice> GeneralDeviceContext::getDeviceInfo() {
     return deviceInfo;
 }
 
-json_spirit::Value GeneralDeviceContext::getInfo(DeviceInfo which)
-{
+json_spirit::Value GeneralDeviceContext::getInfo(DeviceInfo which) {
     switch (which) {
-    case DeviceInfoName:
-        return json_spirit::Value(requireDeviceInfo()->getName());
-    case DeviceInfoArchitecture:
-        return json_spirit::Value(requireDeviceInfo()->getArchitecture());
-    default:
-        return json_spirit::Value();
+        case DeviceInfoName:
+            return json_spirit::Value(requireDeviceInfo()->getName());
+        case DeviceInfoArchitecture:
+            return json_spirit::Value(requireDeviceInfo()->getArchitecture());
+        default:
+            return json_spirit::Value();
     }
 }
 
-Packet GeneralDeviceContext::getDeviceConfigurationPacket()
-{
+Packet GeneralDeviceContext::getDeviceConfigurationPacket() {
     notImplemented();
 }
 
-void GeneralDeviceContext::getOcdMaskedIOAddresses(boost::shared_ptr<MaskedIODetails>)
-{
+void GeneralDeviceContext::getOcdMaskedIOAddresses(boost::shared_ptr<MaskedIODetails>) {
     notImplemented();
 }
 
-void GeneralDeviceContext::specialOperation(Status&, SpecialOperation operation)
-{
-    if (operation == SpecialOperationRequest)
-        specialOperationRequested = true;
+void GeneralDeviceContext::specialOperation(Status&, SpecialOperation operation) {
+    if (operation == SpecialOperationRequest) specialOperationRequested = true;
 }
 
 boost::signals2::connection GeneralDeviceContext::addExternalResetHandler(
-    int, const ExternalResetSignal::slot_type& handler) const
-{
+    int, const ExternalResetSignal::slot_type& handler) const {
     return externalResetSignal.connect(handler);
 }
 
 boost::signals2::connection GeneralDeviceContext::addPowerStateHandler(
-    int, const PowerStateSignal::slot_type& handler) const
-{
+    int, const PowerStateSignal::slot_type& handler) const {
     return powerStateSignal.connect(handler);
 }
 
 boost::signals2::connection GeneralDeviceContext::addTargetEventHandler(
-    int, const TargetEventSignal::slot_type& handler) const
-{
+    int, const TargetEventSignal::slot_type& handler) const {
     return targetEventSignal.connect(handler);
 }
 
-json_spirit::Value GeneralDeviceContext::getProperty(DeviceProperty)
-{
+json_spirit::Value GeneralDeviceContext::getProperty(DeviceProperty) {
     notImplemented();
 }
 
-void GeneralDeviceContext::erase()
-{
+void GeneralDeviceContext::erase() {
     notImplemented();
 }
 
-ITarnDebugger& GeneralDeviceContext::getTarnDbg()
-{
+ITarnDebugger& GeneralDeviceContext::getTarnDbg() {
     return debugger;
 }
 
 boost::shared_ptr<DIRegisterGroup> GeneralDeviceContext::getRegisterGroup(
-    const std::string& moduleName, const std::string& groupName)
-{
+    const std::string& moduleName, const std::string& groupName) {
     boost::shared_ptr<DIModule> module = requireDeviceInfo()->getModule(moduleName);
-    if (!module)
-        return boost::shared_ptr<DIRegisterGroup>();
+    if (!module) return boost::shared_ptr<DIRegisterGroup>();
     return module->getRegisterGroup(groupName);
 }
 
 boost::shared_ptr<DIRegister> GeneralDeviceContext::getRegister(const std::string& moduleName,
                                                                 const std::string& groupName,
-                                                                const std::string& registerName)
-{
+                                                                const std::string& registerName) {
     return getRegister(getRegisterGroup(moduleName, groupName), registerName);
 }
 
 boost::shared_ptr<DIRegister> GeneralDeviceContext::getRegister(
-    boost::shared_ptr<DIRegisterGroup> group, const std::string& registerName)
-{
-    if (!group)
-        return boost::shared_ptr<DIRegister>();
+    boost::shared_ptr<DIRegisterGroup> group, const std::string& registerName) {
+    if (!group) return boost::shared_ptr<DIRegister>();
     return group->getRegister(registerName);
 }
 
-boost::shared_ptr<DIDevice> GeneralDeviceContext::requireDeviceInfo()
-{
+boost::shared_ptr<DIDevice> GeneralDeviceContext::requireDeviceInfo() {
     // Only getName() has an answer without a device description. Elsewhere a
     // missing description is the plug-in's set-up error, reported as such
     // rather than followed into an empty pointer.

@@ -10,17 +10,18 @@ namespace {
 
 // A negative size from a plug-in is treated as no bytes at all; the size
 // check of getValue then reports it.
-std::size_t byteCount(int size)
-{
+std::size_t byteCount(int size) {
     return size > 0 ? static_cast<std::size_t>(size) : 0;
 }
 
 }  // namespace
 
-GeneralRegistersContext::GeneralRegistersContext(
-    boost::shared_ptr<IProcessContext> process, const std::string& name,
-    const std::string& description, int size, bool bigEndian, uint64_t memoryAddress,
-    boost::shared_ptr<IMemoryContext> memoryContext, const std::string& role, unsigned int index)
+GeneralRegistersContext::GeneralRegistersContext(boost::shared_ptr<IProcessContext> process,
+                                                 const std::string& name,
+                                                 const std::string& description, int size,
+                                                 bool bigEndian, uint64_t memoryAddress,
+                                                 boost::shared_ptr<IMemoryContext> memoryContext,
+                                                 const std::string& role, unsigned int index)
     : ContextBase<IRegistersContext>(makeRegistersContextId(name),
                                      boost::shared_ptr<IContextBase>()),
       readable(true),
@@ -39,210 +40,170 @@ GeneralRegistersContext::GeneralRegistersContext(
       memoryAddress(memoryAddress),
       memoryContext(memoryContext),
       role(role),
-      index(index)
-{
-}
+      index(index) {}
 
-std::string GeneralRegistersContext::getName()
-{
+std::string GeneralRegistersContext::getName() {
     return name;
 }
 
-std::string GeneralRegistersContext::getDescription()
-{
+std::string GeneralRegistersContext::getDescription() {
     return description;
 }
 
-int GeneralRegistersContext::getSize()
-{
+int GeneralRegistersContext::getSize() {
     return size;
 }
 
-bool GeneralRegistersContext::isReadable()
-{
+bool GeneralRegistersContext::isReadable() {
     return readable;
 }
 
-bool GeneralRegistersContext::isReadOnce()
-{
+bool GeneralRegistersContext::isReadOnce() {
     return readOnce;
 }
 
-bool GeneralRegistersContext::isWriteable()
-{
+bool GeneralRegistersContext::isWriteable() {
     return writeable;
 }
 
-bool GeneralRegistersContext::isWriteOnce()
-{
+bool GeneralRegistersContext::isWriteOnce() {
     return writeOnce;
 }
 
-bool GeneralRegistersContext::hasSideEffects()
-{
+bool GeneralRegistersContext::hasSideEffects() {
     return sideEffects;
 }
 
-bool GeneralRegistersContext::isVolatile()
-{
+bool GeneralRegistersContext::isVolatile() {
     return volatileFlag;
 }
 
-bool GeneralRegistersContext::isFloat()
-{
+bool GeneralRegistersContext::isFloat() {
     return floatFlag;
 }
 
-bool GeneralRegistersContext::isBigEndian()
-{
+bool GeneralRegistersContext::isBigEndian() {
     return bigEndian;
 }
 
-bool GeneralRegistersContext::isLeftToRight()
-{
+bool GeneralRegistersContext::isLeftToRight() {
     return leftToRight;
 }
 
-int GeneralRegistersContext::getFirstBitNumber()
-{
+int GeneralRegistersContext::getFirstBitNumber() {
     return 0;
 }
 
-std::vector<int> GeneralRegistersContext::getBitNumbers()
-{
+std::vector<int> GeneralRegistersContext::getBitNumbers() {
     return std::vector<int>();
 }
 
 std::vector<boost::shared_ptr<IRegistersContext::INamedValue>>
-GeneralRegistersContext::getNamedValues()
-{
+GeneralRegistersContext::getNamedValues() {
     return std::vector<boost::shared_ptr<INamedValue>>();
 }
 
-uint64_t GeneralRegistersContext::getMemoryAddress()
-{
+uint64_t GeneralRegistersContext::getMemoryAddress() {
     return memoryAddress;
 }
 
-boost::shared_ptr<IMemoryContext> GeneralRegistersContext::getMemoryContext()
-{
+boost::shared_ptr<IMemoryContext> GeneralRegistersContext::getMemoryContext() {
     return memoryContext;
 }
 
-std::vector<std::string> GeneralRegistersContext::canSearch()
-{
+std::vector<std::string> GeneralRegistersContext::canSearch() {
     return std::vector<std::string>();
 }
 
-std::string GeneralRegistersContext::getRole()
-{
+std::string GeneralRegistersContext::getRole() {
     return role;
 }
 
-void GeneralRegistersContext::get(std::vector<uint8_t>& bytes)
-{
-    if (bytes.empty())
-        bytes.resize(byteCount(getSize()));
+void GeneralRegistersContext::get(std::vector<uint8_t>& bytes) {
+    if (bytes.empty()) bytes.resize(byteCount(getSize()));
     readRegister(bytes);
 }
 
-void GeneralRegistersContext::set(const std::vector<uint8_t>& bytes)
-{
+void GeneralRegistersContext::set(const std::vector<uint8_t>& bytes) {
     // A throwing write leaves the signal silent: nothing was changed.
     writeRegister(bytes);
     registerChanged();
 }
 
-std::vector<std::vector<std::string>> GeneralRegistersContext::search(const json_spirit::Object&)
-{
+std::vector<std::vector<std::string>> GeneralRegistersContext::search(const json_spirit::Object&) {
     return std::vector<std::vector<std::string>>();
 }
 
-uint64_t GeneralRegistersContext::getValue()
-{
+uint64_t GeneralRegistersContext::getValue() {
     const int registerSize = getSize();
     std::vector<uint8_t> bytes(byteCount(registerSize));
     readRegister(bytes);
     if (registerSize < 0 || bytes.size() != static_cast<std::size_t>(registerSize))
-        CoreException::createAndThrow("", ERR_INVALID_ARGUMENT,
-                                      std::string("Register size does not match register value size."));
-
-    switch (registerSize) {
-    case 1:
-        return bytes[0];
-    case 2:
-    case 4:
-    case 8: {
-        uint64_t value = 0;
-        if (isBigEndian()) {
-            for (std::size_t i = 0; i < bytes.size(); ++i)
-                value = (value << 8) | bytes[i];
-        } else {
-            for (std::size_t i = bytes.size(); i > 0; --i)
-                value = (value << 8) | bytes[i - 1];
-        }
-        return value;
-    }
-    default:
         CoreException::createAndThrow(
             "", ERR_INVALID_ARGUMENT,
-            std::string("No known architecture has register size of more than 4 bytes."));
+            std::string("Register size does not match register value size."));
+
+    switch (registerSize) {
+        case 1:
+            return bytes[0];
+        case 2:
+        case 4:
+        case 8: {
+            uint64_t value = 0;
+            if (isBigEndian()) {
+                for (std::size_t i = 0; i < bytes.size(); ++i) value = (value << 8) | bytes[i];
+            } else {
+                for (std::size_t i = bytes.size(); i > 0; --i) value = (value << 8) | bytes[i - 1];
+            }
+            return value;
+        }
+        default:
+            CoreException::createAndThrow(
+                "", ERR_INVALID_ARGUMENT,
+                std::string("No known architecture has register size of more than 4 bytes."));
     }
 }
 
-unsigned int GeneralRegistersContext::getIndex()
-{
+unsigned int GeneralRegistersContext::getIndex() {
     return index;
 }
 
 boost::signals2::connection GeneralRegistersContext::addRegisterChangedHandler(
-    const RegisterChangedSignal::slot_type& handler) const
-{
+    const RegisterChangedSignal::slot_type& handler) const {
     return registerChangedSignal.connect(handler);
 }
 
-json_spirit::Object GeneralRegistersContext::getProperties()
-{
+json_spirit::Object GeneralRegistersContext::getProperties() {
     json_spirit::Object properties = ContextBase<IRegistersContext>::getProperties();
     boost::shared_ptr<IProcessContext> owner = getProcess();
-    if (owner)
-        properties.push_back(json_spirit::Pair(REG_PROCESS_ID, owner->getId()));
+    if (owner) properties.push_back(json_spirit::Pair(REG_PROCESS_ID, owner->getId()));
     properties.push_back(json_spirit::Pair(REG_NAME, getName()));
     properties.push_back(json_spirit::Pair(REG_SIZE, getSize()));
     // Flags that are false are left out of the list altogether.
-    if (isFloat())
-        properties.push_back(json_spirit::Pair(REG_FLOAT, true));
-    if (isBigEndian())
-        properties.push_back(json_spirit::Pair(REG_BIG_ENDIAN, true));
+    if (isFloat()) properties.push_back(json_spirit::Pair(REG_FLOAT, true));
+    if (isBigEndian()) properties.push_back(json_spirit::Pair(REG_BIG_ENDIAN, true));
     return properties;
 }
 
-boost::shared_ptr<IProcessContext> GeneralRegistersContext::getProcess()
-{
+boost::shared_ptr<IProcessContext> GeneralRegistersContext::getProcess() {
     return process.lock();
 }
 
-void GeneralRegistersContext::setIsFloat()
-{
+void GeneralRegistersContext::setIsFloat() {
     floatFlag = true;
 }
 
-void GeneralRegistersContext::writePc(uint64_t pc)
-{
+void GeneralRegistersContext::writePc(uint64_t pc) {
     boost::shared_ptr<IProcessContext> owner = getProcess();
-    if (!owner)
-        return;
+    if (!owner) return;
     boost::shared_ptr<IDeviceContext> device = owner->getDevice();
-    if (!device)
-        return;
+    if (!device) return;
     boost::shared_ptr<IRunControlContext> runControl = device->getRunControl();
-    if (!runControl)
-        return;
+    if (!runControl) return;
     runControl->setPc(pc);
 }
 
-void GeneralRegistersContext::registerChanged()
-{
+void GeneralRegistersContext::registerChanged() {
     // Only the register-changed signal: a new value is not a change of the
     // context's description.
     registerChangedSignal(boost::static_pointer_cast<IRegistersContext>(shared_from_this()));

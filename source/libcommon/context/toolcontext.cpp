@@ -13,8 +13,7 @@ bool gSeggerCtrlPanelActive = false;
 
 namespace {
 
-bool sameNameIgnoringCase(const std::string& a, const std::string& b)
-{
+bool sameNameIgnoringCase(const std::string& a, const std::string& b) {
     return boost::algorithm::iequals(a, b, std::locale());
 }
 
@@ -22,19 +21,15 @@ bool sameNameIgnoringCase(const std::string& a, const std::string& b)
 
 // ---- IToolContext: the parts every tool has --------------------------------
 
-void IToolContext::setIdHandler(IdHandler handler)
-{
+void IToolContext::setIdHandler(IdHandler handler) {
     idHandler = handler;
 }
 
-void IToolContext::callIdHandler()
-{
-    if (idHandler)
-        idHandler(getId());
+void IToolContext::callIdHandler() {
+    if (idHandler) idHandler(getId());
 }
 
-void IToolContext::showSettings(Status& status, std::string)
-{
+void IToolContext::showSettings(Status& status, std::string) {
     status.setFields(SeverityWarning, "toolContext", ERR_NOT_SUPPORTED,
                      std::string("Show Settings not supported "));
 }
@@ -47,17 +42,14 @@ GeneralTool::GeneralTool(ITarnDebugger& debugger, boost::shared_ptr<IToolContext
     : ContextBase<IToolContext>(id, parent),
       debugger(debugger),
       name(name),
-      connection(connection)
-{
-}
+      connection(connection) {}
 
-std::string GeneralTool::getName()
-{
+std::string GeneralTool::getName() {
     return name;
 }
 
-boost::shared_ptr<IPhysicalInterface> GeneralTool::getPhysicalInterface(const std::string& interfaceName)
-{
+boost::shared_ptr<IPhysicalInterface> GeneralTool::getPhysicalInterface(
+    const std::string& interfaceName) {
     if (!physicalInterfaces.empty() && physicalInterfaces.front() &&
         sameNameIgnoringCase(physicalInterfaces.front()->getName(), interfaceName))
         return physicalInterfaces.front();
@@ -74,41 +66,33 @@ boost::shared_ptr<IPhysicalInterface> GeneralTool::getPhysicalInterface(const st
     return boost::shared_ptr<IPhysicalInterface>();
 }
 
-boost::shared_ptr<IPhysicalInterface> GeneralTool::getPhysicalInterface()
-{
-    if (physicalInterfaces.empty())
-        return boost::shared_ptr<IPhysicalInterface>();
+boost::shared_ptr<IPhysicalInterface> GeneralTool::getPhysicalInterface() {
+    if (physicalInterfaces.empty()) return boost::shared_ptr<IPhysicalInterface>();
     return physicalInterfaces.front();
 }
 
-const std::vector<boost::shared_ptr<IPhysicalInterface>>& GeneralTool::getPhysicalInterfaces()
-{
+const std::vector<boost::shared_ptr<IPhysicalInterface>>& GeneralTool::getPhysicalInterfaces() {
     return physicalInterfaces;
 }
 
-std::vector<boost::shared_ptr<IDeviceContext>> GeneralTool::getToolDevices()
-{
+std::vector<boost::shared_ptr<IDeviceContext>> GeneralTool::getToolDevices() {
     std::vector<boost::shared_ptr<IDeviceContext>> devices;
     for (const boost::shared_ptr<IPhysicalInterface>& iface : physicalInterfaces) {
-        if (!iface)
-            continue;
+        if (!iface) continue;
         const std::vector<boost::shared_ptr<IDeviceContext>>& onInterface = iface->getDevices();
         devices.insert(devices.end(), onInterface.begin(), onInterface.end());
     }
     return devices;
 }
 
-boost::shared_ptr<IDeviceContext> GeneralTool::getDevice(const std::string& deviceName)
-{
+boost::shared_ptr<IDeviceContext> GeneralTool::getDevice(const std::string& deviceName) {
     for (const boost::shared_ptr<IDeviceContext>& device : getToolDevices()) {
-        if (device && sameNameIgnoringCase(device->getName(), deviceName))
-            return device;
+        if (device && sameNameIgnoringCase(device->getName(), deviceName)) return device;
     }
     return boost::shared_ptr<IDeviceContext>();
 }
 
-json_spirit::Object GeneralTool::getProperties()
-{
+json_spirit::Object GeneralTool::getProperties() {
     json_spirit::Object properties = ContextBase<IToolContext>::getProperties();
     properties.push_back(json_spirit::Pair(TOOL_NAME, getName()));
 
@@ -117,24 +101,21 @@ json_spirit::Object GeneralTool::getProperties()
     std::string firstDeviceId;
     int deviceNumber = 0;
     for (const boost::shared_ptr<IPhysicalInterface>& iface : physicalInterfaces) {
-        if (!iface)
-            continue;
+        if (!iface) continue;
         for (const boost::shared_ptr<IDeviceContext>& device : iface->getDevices()) {
-            if (!device)
-                continue;
+            if (!device) continue;
             if (deviceNumber == 0)
                 firstDeviceId = device->getId();
             else
-                properties.push_back(json_spirit::Pair(TOOL_DEVICE_ID + std::to_string(deviceNumber),
-                                                       device->getId()));
+                properties.push_back(json_spirit::Pair(
+                    TOOL_DEVICE_ID + std::to_string(deviceNumber), device->getId()));
             ++deviceNumber;
         }
     }
     properties.push_back(json_spirit::Pair(TOOL_DEVICE_ID, firstDeviceId));
 
     const std::vector<boost::shared_ptr<IPhysicalInterface>>& selected = getPhysicalInterfaces();
-    if (selected.size() > 1)
-        throw "Multiple physical interfaces not implemented";
+    if (selected.size() > 1) throw "Multiple physical interfaces not implemented";
     if (!selected.empty() && selected.front()) {
         properties.push_back(json_spirit::Pair(TOOL_INTERFACE_NAME, selected.front()->getName()));
         properties.push_back(
@@ -147,8 +128,7 @@ json_spirit::Object GeneralTool::getProperties()
     return properties;
 }
 
-void GeneralTool::setProperties(const json_spirit::Object& properties)
-{
+void GeneralTool::setProperties(const json_spirit::Object& properties) {
     // An empty interface or device name counts as not given.
     std::string interfaceName;
     std::string deviceName;
@@ -170,24 +150,20 @@ void GeneralTool::setProperties(const json_spirit::Object& properties)
         }
     }
 
-    if (haveBoardProperties && !boardProperties.empty())
-        setBoardProperties(boardProperties);
+    if (haveBoardProperties && !boardProperties.empty()) setBoardProperties(boardProperties);
 
     if (interfaceName.empty()) {
         boost::shared_ptr<IPhysicalInterface> current = getPhysicalInterface();
-        if (!current)
-            return;
+        if (!current) return;
         interfaceName = current->getName();
     }
 
     boost::shared_ptr<IDeviceContext> device;
-    if (!deviceName.empty())
-        device = pairDeviceAndInterface(interfaceName, deviceName);
+    if (!deviceName.empty()) device = pairDeviceAndInterface(interfaceName, deviceName);
 
     // Selects the interface also when no device was named.
     boost::shared_ptr<IPhysicalInterface> iface = getPhysicalInterface(interfaceName);
-    if (iface && haveInterfaceProperties)
-        iface->setProperties(interfaceProperties);
+    if (iface && haveInterfaceProperties) iface->setProperties(interfaceProperties);
 
     if (device) {
         // The device sees the whole list, so that it can pick its own keys.
@@ -196,24 +172,20 @@ void GeneralTool::setProperties(const json_spirit::Object& properties)
     }
 }
 
-std::vector<json_spirit::Object> GeneralTool::detectDevices(Status&)
-{
+std::vector<json_spirit::Object> GeneralTool::detectDevices(Status&) {
     return std::vector<json_spirit::Object>();
 }
 
-bool GeneralTool::genericStringCommand(Status&, std::string&, const std::string&)
-{
+bool GeneralTool::genericStringCommand(Status&, std::string&, const std::string&) {
     return false;
 }
 
-boost::shared_ptr<Connection> GeneralTool::getConnection()
-{
+boost::shared_ptr<Connection> GeneralTool::getConnection() {
     return connection;
 }
 
 boost::shared_ptr<IDeviceContext> GeneralTool::pairDeviceAndInterface(
-    const std::string& interfaceName, const std::string& deviceName)
-{
+    const std::string& interfaceName, const std::string& deviceName) {
     boost::shared_ptr<IPhysicalInterface> iface = getPhysicalInterface(interfaceName);
     if (!iface) {
         if (gLogMask & LOG_MASK_ERROR)
@@ -226,11 +198,8 @@ boost::shared_ptr<IDeviceContext> GeneralTool::pairDeviceAndInterface(
     return iface->pairDevice(deviceName);
 }
 
-json_spirit::Object GeneralTool::getFirmwareVersionsOnDisk()
-{
+json_spirit::Object GeneralTool::getFirmwareVersionsOnDisk() {
     return json_spirit::Object();
 }
 
-void GeneralTool::setBoardProperties(const json_spirit::Object&)
-{
-}
+void GeneralTool::setBoardProperties(const json_spirit::Object&) {}
