@@ -97,7 +97,8 @@ json_spirit::Object GeneralTool::getProperties() {
     properties.push_back(json_spirit::Pair(TOOL_NAME, getName()));
 
     // Further devices come numbered from 1; the first one's id goes behind
-    // them under the plain key, empty when there is no device at all.
+    // them under the plain key, empty when there is no device at all. An
+    // empty device entry of a plug-in's list has no id and is not counted.
     std::string firstDeviceId;
     int deviceNumber = 0;
     for (const boost::shared_ptr<IPhysicalInterface>& iface : physicalInterfaces) {
