@@ -1,5 +1,6 @@
 #include "libcommon/core/status.h"
 #include "libcommon/memory/targetaccessors.h"
+#include "sim/tarn8chip.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -195,4 +196,122 @@ TEST(MaskPacketCreator, ClearsOneBitPerMaskedAddressInRange) {
     MaskPacketCreator none{boost::shared_ptr<MaskedIODetails>()};
     EXPECT_FALSE(none.createReadMask(0, 0, mask));
     EXPECT_TRUE(mask.empty());
+}
+
+// ---------------------------------------------------------------------------
+// The simulated chip as the target behind the accessors.
+
+namespace {
+
+typedef std::vector<unsigned char> Bytes;
+
+Bytes readVia(IMemoryAccessor& accessor, uint64_t address, unsigned int size) {
+    Bytes bytes(size, 0);
+    accessor.read(address, size, bytes.begin(), boost::make_shared<MemoryError>(), nullptr);
+    return bytes;
+}
+
+void writeVia(IMemoryAccessor& accessor, uint64_t address, const Bytes& bytes) {
+    accessor.write(address, static_cast<unsigned int>(bytes.size()), bytes.begin(),
+                   boost::make_shared<MemoryError>(), nullptr, false);
+}
+
+}  // namespace
+
+TEST(Tarn8Chip, FlashProgrammingOnlyClearsBitsUntilThePageIsErased) {
+    auto chip = Tarn8Chip::fromDeviceFile("devices/TN8R64.xml");
+    SimpleTarn8MemoryAccessor app(chip, ITarn8Target::MemTypeApplication,
+                                  ITarn8Target::MemTypeApplication, true);
+    writeVia(app, 0x100, {0x0F, 0x3C});
+    writeVia(app, 0x100, {0xF0, 0xFF});
+    EXPECT_EQ(readVia(app, 0x100, 2), (Bytes{0x00, 0x3C}));
+
+    app.erase(0x1FF, 1);  // any address of the page
+    EXPECT_EQ(chip->peek("prog", 0x100, 0x100), Bytes(0x100, 0xFF));
+    EXPECT_EQ(chip->getCounters().eraseCalls, 1u);
+    EXPECT_EQ(chip->getCounters().bytesErased, 0x100u);
+
+    // One write is one page buffer: it cannot cross a page boundary.
+    auto crossing = coreFailure([&] { writeVia(app, 0x1FF, {0, 0}); });
+    EXPECT_EQ(crossing.first, ERR_OPERATION_FAILED);
+    EXPECT_EQ(chip->peek("prog", 0x1FF, 2), Bytes(2, 0xFF));
+}
+
+TEST(Tarn8Chip, RefusesWhatTheRealPartRefuses) {
+    auto chip = Tarn8Chip::fromDeviceFile("devices/TN8R64.xml");
+    chip->setTransferLimits(64, 32);
+    Bytes buffer(0x100);
+    // Paged memories take pagedMax, the data space plainMax.
+    EXPECT_NO_THROW(chip->readMemory(ITarn8Target::MemTypeApplication, 0, 64, buffer.begin()));
+    EXPECT_THROW(chip->readMemory(ITarn8Target::MemTypeApplication, 0, 65, buffer.begin()),
+                 CoreException);
+    EXPECT_THROW(chip->readMemory(ITarn8Target::MemTypeSram, 0x100, 33, buffer.begin()),
+                 CoreException);
+    // Outside any memory, or a type the chip does not have.
+    EXPECT_EQ(coreFailure([&] {
+                  chip->readMemory(ITarn8Target::MemTypeEeprom, 0x7FF, 2, buffer.begin());
+              }).first,
+              ERR_ADDRESS_RANGE);
+    EXPECT_EQ(coreFailure([&] {
+                  chip->readMemory(static_cast<ITarn8Target::MemoryType>(11), 0, 1,
+                                   buffer.begin());
+              }).first,
+              ERR_NOT_SUPPORTED);
+    // Signature rows are read-only and start with the device's signature.
+    chip->readMemory(ITarn8Target::MemTypeSignature, 0, 3, buffer.begin());
+    EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + 3), (Bytes{0x5A, 0x96, 0x4E}));
+    EXPECT_EQ(coreFailure([&] {
+                  chip->writeMemory(ITarn8Target::MemTypeSignature, 0, 1, buffer.begin());
+              }).first,
+              ERR_ACCESS_REFUSED);
+    EXPECT_THROW(chip->eraseMemoryPage(3, 0), CoreException);
+    EXPECT_EQ(chip->getCounters().writeCalls, 0u);
+
+    EXPECT_EQ(coreFailure([] { Tarn8Chip::fromDeviceFile("devices/TP32A512.xml"); }).first,
+              ERR_NOT_SUPPORTED);
+    EXPECT_THROW(Tarn8Chip::fromDeviceFile("devices/none.xml"), CoreException);
+}
+
+TEST(Tarn8Chip, EepromAndBootSectionBehaveLikeTheirMemories) {
+    auto chip = Tarn8Chip::fromDeviceFile("devices/TN8R64.xml");
+    SimpleTarn8MemoryAccessor eeprom(chip, ITarn8Target::MemTypeEeprom,
+                                     ITarn8Target::MemTypeEeprom, true);
+    writeVia(eeprom, 0x21, {0x00});
+    writeVia(eeprom, 0x21, {0xA5});  // eeprom writes erase by themselves
+    EXPECT_EQ(readVia(eeprom, 0x21, 1), Bytes{0xA5});
+    eeprom.erase(0x3F, 1);
+    EXPECT_EQ(chip->peek("eeprom", 0x20, 0x20), Bytes(0x20, 0xFF));
+
+    // The boot type counts from the start of the boot section.
+    SimpleTarn8MemoryAccessor boot(chip, ITarn8Target::MemTypeBoot, ITarn8Target::MemTypeBoot,
+                                   true);
+    writeVia(boot, 0x10, {0x12, 0x34});
+    EXPECT_EQ(chip->peek("prog", 0xF010, 2), (Bytes{0x12, 0x34}));
+    boot.erase(0, 1);
+    EXPECT_EQ(chip->peek("prog", 0xF010, 2), Bytes(2, 0xFF));
+    EXPECT_THROW(readVia(boot, 0xFFF, 2), CoreException);  // beyond the section
+}
+
+TEST(Tarn8Chip, StartsFromFactoryDefaultsAndMapsFlashIntoSprigDataSpace) {
+    auto classic = Tarn8Chip::fromDeviceFile("devices/TN8C328.xml");
+    EXPECT_EQ(classic->peek("fuses", 0, 3), (Bytes{0x62, 0xD9, 0xFF}));
+    EXPECT_EQ(classic->peek("osccal", 0, 1), Bytes{0x9C});
+    EXPECT_EQ(classic->peek("prog", 0, 4), Bytes(4, 0xFF));
+
+    auto sprig = Tarn8Chip::fromDeviceFile("devices/TN8X16.xml");
+    sprig->poke("prog", 0x40, {0xDE, 0xAD});
+    SimpleTarn8MemoryAccessor data(sprig, ITarn8Target::MemTypeSram, ITarn8Target::MemTypeSram,
+                                   false);
+    EXPECT_EQ(readVia(data, 0x8040, 2), (Bytes{0xDE, 0xAD}));
+    // Fuses are data-space bytes of their own type as well.
+    SimpleTarn8MemoryAccessor fuses(sprig, ITarn8Target::MemTypeFuses,
+                                    ITarn8Target::MemTypeFuses, false);
+    writeVia(fuses, 0x1281, {0x42});
+    EXPECT_EQ(sprig->peek("fuses", 1, 1), Bytes{0x42});
+    EXPECT_EQ(readVia(data, 0x1281, 1), Bytes{0x42});
+
+    sprig->resetCounters();
+    EXPECT_EQ(sprig->getCounters().readCalls, 0u);
+    EXPECT_THROW(sprig->peek("fuses", 0, 0x100), CoreException);
+    EXPECT_THROW(sprig->poke("nothing", 0, {1}), CoreException);
 }
