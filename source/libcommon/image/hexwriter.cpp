@@ -71,17 +71,26 @@ void readLine(std::istream& in, Line& line) {
     }
 }
 
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
+// Value of each character as a hex digit, in either case; -1 for others.
+struct HexDigitTable {
+    signed char value[256];
+    HexDigitTable() {
+        for (int c = 0; c < 256; ++c) {
+            value[c] = -1;
+        }
+        for (int c = 0; c < 10; ++c) {
+            value['0' + c] = static_cast<signed char>(c);
+        }
+        for (int c = 0; c < 6; ++c) {
+            value['A' + c] = static_cast<signed char>(10 + c);
+            value['a' + c] = static_cast<signed char>(10 + c);
+        }
     }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    return -1;
+};
+const HexDigitTable kDigits;
+
+inline int hexValue(char c) {
+    return kDigits.value[static_cast<unsigned char>(c)];
 }
 
 class LineCursor {
@@ -101,6 +110,28 @@ public:
         }
         mPos += 2;
         return static_cast<unsigned char>((high << 4) | low);
+    }
+
+    // `count` bytes into `out`, failing where readByte() would fail first.
+    void readBytes(unsigned char* out, unsigned count) {
+        if (mLine.length - mPos < 2 * std::size_t(count)) {
+            for (unsigned i = 0; i < count; ++i) {
+                out[i] = readByte();
+            }
+            return;
+        }
+        const char* text = mLine.text + mPos;
+        int invalid = 0;
+        for (unsigned i = 0; i < count; ++i) {
+            const int high = hexValue(text[2 * i]);
+            const int low = hexValue(text[2 * i + 1]);
+            invalid |= high | low;
+            out[i] = static_cast<unsigned char>(((high & 0xF) << 4) | (low & 0xF));
+        }
+        if (invalid < 0) {
+            throw std::runtime_error("Invalid hex character");
+        }
+        mPos += 2 * std::size_t(count);
     }
 
     bool onlySpaceLeft() const {
@@ -147,11 +178,11 @@ HexRecord::HexRecord(std::istream& in, bool strict)
     mType = static_cast<RecordType>(type);
 
     unsigned char sum = static_cast<unsigned char>(count + addressHigh + addressLow + type);
-    mData->reserve(count);
+    unsigned char bytes[255];
+    cursor.readBytes(bytes, count);
+    mData->assign(bytes, bytes + count);
     for (unsigned i = 0; i < count; ++i) {
-        const unsigned char value = cursor.readByte();
-        mData->push_back(value);
-        sum = static_cast<unsigned char>(sum + value);
+        sum = static_cast<unsigned char>(sum + bytes[i]);
     }
     const unsigned char checksum = cursor.readByte();
 
