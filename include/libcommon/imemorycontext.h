@@ -24,7 +24,9 @@ class IMemoryError;
 //              AccessNoErase writes with "already erased" when the
 //              environment allows it; AccessDirect is refused;
 //              AccessPopulate only fills the caches with known content.
-enum MemoryAccessMode {
+// The underlying type is fixed so that any int a caller passes is a valid
+// value; unknown modes are refused at run time.
+enum MemoryAccessMode : int {
     AccessPlain = 0,
     AccessPlainAlt1 = 1,
     AccessVerify = 2,

@@ -16,7 +16,7 @@ class ITarn8Target {
 public:
     // Memory types as the memory layers pass them. Values 11 and 12 exist
     // on the plug-in side but are never used by the library.
-    enum MemoryType {
+    enum MemoryType : int {
         MemTypeFlash = 0,                // program memory (classic: programming, debug write)
         MemTypeEepromPage = 1,           // eeprom, classic family without monoLINK
         MemTypeFuses = 2,
