@@ -689,7 +689,8 @@ void MemoryContext::setMemoryNoStraddle(uint64_t address, int accessSize,
         if (size)
             memoryError->setStatus(address + offset, static_cast<unsigned int>(size),
                                    MEM_WRITE_FAILED);
-        error = memoryError;
+        if (!memoryError->isOk())
+            error = memoryError;
         return;
     }
 
