@@ -57,26 +57,6 @@ void runBounded(const char* what, std::function<void()> body, int seconds = 60) 
     done.get();  // re-throws what the body threw
 }
 
-// Lets one thread wait, bounded, for a count reached by others.
-class Latch {
-public:
-    explicit Latch(int count) : count(count) {}
-    void countDown() {
-        std::lock_guard<std::mutex> lock(m);
-        if (--count <= 0)
-            cv.notify_all();
-    }
-    bool wait() {
-        std::unique_lock<std::mutex> lock(m);
-        return cv.wait_for(lock, std::chrono::milliseconds(kLongMs), [this] { return count <= 0; });
-    }
-
-private:
-    std::mutex m;
-    std::condition_variable cv;
-    int count;
-};
-
 bool lockedByAnotherThread(boost::mutex& m) {
     return std::async(std::launch::async, [&m] {
                if (!m.try_lock())
@@ -87,60 +67,6 @@ bool lockedByAnotherThread(boost::mutex& m) {
 }
 
 }  // namespace
-
-TEST(RunControlThreads, ClientWaitersWakeOnTargetNotificationsAndHandlersRunOnTheTargetThread) {
-    NoDebugger dbg;
-    auto rc = boost::make_shared<ThreadedRunControl>(dbg);
-    // Stops are published, resumes dropped: a running waiter must still wake.
-    rc->setEventSupression(false, true);
-    std::atomic<int> suspendedCalls(0), resumedCalls(0), foreignThreadCalls(0);
-    std::thread::id targetThread;
-    std::mutex targetThreadMutex;
-    auto onTargetThread = [&] {
-        std::lock_guard<std::mutex> lock(targetThreadMutex);
-        if (std::this_thread::get_id() != targetThread)
-            ++foreignThreadCalls;
-    };
-    rc->addSuspendedHandler([&](boost::shared_ptr<IRunControlContext>, std::uint64_t, StateChangeReason,
-                                const js::Object&) {
-        ++suspendedCalls;
-        onTargetThread();
-    });
-    rc->addResumedHandler([&](boost::shared_ptr<IRunControlContext>) { ++resumedCalls; });
-
-    const int clients = 3;
-    Latch sawStop(clients);
-    runBounded("waiters", [&] {
-        std::vector<std::future<void>> waiters;
-        for (int i = 0; i < clients; ++i) {
-            waiters.push_back(std::async(std::launch::async, [&] {
-                EXPECT_TRUE(rc->waitForState(kLongMs, W::WaitForSuspended));
-                RunControlState s;
-                rc->getState(s);
-                EXPECT_TRUE(s.suspended);
-                EXPECT_EQ(0x40u, s.pc);
-                EXPECT_EQ(ReasonBreakpoint, s.reason);
-                sawStop.countDown();
-                EXPECT_TRUE(rc->waitForState(kLongMs, W::WaitForRunning));
-            }));
-        }
-        std::thread target([&] {
-            {
-                std::lock_guard<std::mutex> lock(targetThreadMutex);
-                targetThread = std::this_thread::get_id();
-            }
-            rc->notifySuspended(0x40, ReasonBreakpoint, js::Object());
-            EXPECT_TRUE(sawStop.wait());
-            rc->notifyResumed();
-        });
-        target.join();
-        for (auto& w : waiters)
-            w.get();
-    });
-    EXPECT_EQ(1, suspendedCalls.load());
-    EXPECT_EQ(0, resumedCalls.load());
-    EXPECT_EQ(0, foreignThreadCalls.load());
-}
 
 TEST(RunControlThreads, HandlersHoldTheStateLockSoOtherThreadsSeeTheStopOnlyAfterThem) {
     NoDebugger dbg;

@@ -13,7 +13,10 @@
 //
 // LayeredRunControlContext sits on another run control (its low-level
 // context) and lets a plug-in decide how events from below are published
-// above.
+// above. Its connections hold a plain pointer to the layer, and a
+// disconnection does not wait for a handler already running on another
+// thread: a layer is to be built before, and destroyed after, the low-level
+// context's target events flow.
 //
 // Threads and locks. Client threads call the queries and waitForState; the
 // plug-in's target-event thread calls the notifications. stateMutex guards
@@ -41,7 +44,9 @@ class IProcessContext;
 
 class GeneralRunControlContext : public ContextBase<IRunControlContext> {
 public:
-    enum WaitForType {
+    // Fixed to int so that any number a caller passes is a valid value;
+    // waitForState answers the unknown ones at once.
+    enum WaitForType : int {
         // Ends when the published state is suspended.
         WaitForSuspended = 0,
         // Ends when the published state is not suspended.
