@@ -89,14 +89,14 @@ boost::shared_ptr<Tarn8Chip> Tarn8Chip::fromDeviceFile(const std::string& path) 
 }
 
 void Tarn8Chip::buildClassic() {
-    struct SpaceSpec {
+    struct SpaceLayout {
         const std::string& name;
         Kind kind;
         std::vector<int> types;
         bool paged;
         unsigned char fill;
     };
-    const std::vector<SpaceSpec> specs = {
+    const std::vector<SpaceLayout> layouts = {
         {ADDRSPACE_EEPROM, KIND_EEPROM, {MemTypeEepromPage, MemTypeEeprom, MemTypeEepromWrite}, true,
          0xFF},
         {ADDRSPACE_FUSES, KIND_RAM, {MemTypeFuses}, false, 0xFF},
@@ -107,25 +107,25 @@ void Tarn8Chip::buildClassic() {
         {ADDRSPACE_USER_SIGNATURES, KIND_FLASH, {MemTypeUserSignature}, true, 0xFF},
         {ADDRSPACE_PROD_SIGNATURES, KIND_ROM, {MemTypeProductionSignature}, false, 0xFF},
     };
-    for (const SpaceSpec& spec : specs) {
-        boost::shared_ptr<DIAddressSpace> space = device->getAddressSpace(spec.name);
+    for (const SpaceLayout& layout : layouts) {
+        boost::shared_ptr<DIAddressSpace> space = device->getAddressSpace(layout.name);
         if (!space || space->getSize() == 0)
             continue;
         int pageSize = 0;
-        if (spec.paged) {
+        if (layout.paged) {
             try {
-                DIDeviceHelper::getAddressSpacePageSize(spec.name, device, &pageSize);
+                DIDeviceHelper::getAddressSpacePageSize(layout.name, device, &pageSize);
             } catch (const std::exception&) {
                 pageSize = 0;  // disagreeing segments: treat the memory as unpaged
             }
         }
         // A flash row without pages cannot be erased; give it one page.
-        if (spec.kind == KIND_FLASH && pageSize <= 0)
+        if (layout.kind == KIND_FLASH && pageSize <= 0)
             pageSize = static_cast<int>(space->getSize());
         const size_t index = memories.size();
-        addMemory(spec.name, spec.kind, space->getStart(), space->getSize(),
-                  static_cast<uint32_t>(std::max(pageSize, 0)), spec.fill);
-        addWindowsForAll(spec.types, index);
+        addMemory(layout.name, layout.kind, space->getStart(), space->getSize(),
+                  static_cast<uint32_t>(std::max(pageSize, 0)), layout.fill);
+        addWindowsForAll(layout.types, index);
     }
 }
 
