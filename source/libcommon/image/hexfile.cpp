@@ -214,6 +214,7 @@ bool scanRecords(std::FILE* file, Status& status, const std::string& fileName,
                                                        type);
         switch (type) {
         case 0: {
+            // A data digit that isn't a hex digit has no value to store.
             for (unsigned i = 0; i < count; ++i) {
                 if (!decodeByte(text + 2 * i, data[i])) {
                     return formatError();
