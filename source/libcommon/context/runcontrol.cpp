@@ -247,6 +247,9 @@ void GeneralRunControlContext::addGotoBreakpoint(boost::shared_ptr<IProcessConte
     properties.push_back(json_spirit::Pair(BP_ACCESS_MODE, 4));
 
     boost::shared_ptr<IBreakpoint> breakpoint = service->createBreakpoint(status, properties);
+    // A service that could not make one has nothing to insert or remove.
+    if (!breakpoint)
+        return;
     service->insertBreakpoint(status, breakpoint);
     if (status.isOk())
         gotoBreakpoint = breakpoint;
