@@ -49,7 +49,7 @@ TEST(ShadowMemoryAccessorSetup, SizeMustBeWholePages) {
 }
 
 TEST_F(ShadowTest, ReadsFetchEachPageOnce) {
-    std::vector<unsigned char> buf(0x20);
+    std::vector<unsigned char> buf(0x200);
     shadow.read(BASE + 0xF0, 0x20, buf.begin(), ErrorPtr(), nullptr);
     ASSERT_EQ(2u, target->calls().size());
     EXPECT_EQ(BASE, target->calls()[0].address);
