@@ -89,7 +89,9 @@ public:
     // are dropped. A held event stays held whatever is passed here.
     virtual void setEventSupression(bool suspended, bool resumed);
     // Publishes a held-back suspended event, if there is one, and stops
-    // holding suspended events back.
+    // holding suspended events back. Waiters are not woken by this: one
+    // that waits for a stop while it is held sees it at its next wake-up or
+    // at its time-out, so plug-ins publish before clients start waiting.
     virtual void resendSupressedEventAndRestartPublishing();
 
     // Blocks until the state is reached (true) or timeoutMs milliseconds
