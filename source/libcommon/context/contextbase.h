@@ -49,7 +49,10 @@ public:
         return properties;
     }
 
-    // The base knows no key, so it ignores them all.
+    // The base knows no key, so it ignores them all. The using-declaration
+    // keeps further overloads of the interface (such as the tool's const
+    // one) visible next to this override.
+    using T::setProperties;
     void setProperties(json_spirit::Object&) override {}
 
     boost::signals2::connection addContextChangedHandler(

@@ -1,18 +1,7 @@
 #ifndef LIBCOMMON_CONTEXT_TOOLCONTEXT_H
 #define LIBCOMMON_CONTEXT_TOOLCONTEXT_H
 
-// ContextBase's setProperties(Object&) hides the tool's const overload, on
-// purpose: the tool keeps both entries (see GeneralTool). Clang warns about
-// that at the template, so its diagnostic is silenced where the template is
-// first read; include this header before any other context header.
-#if defined(__clang__)
-#pragma clang diagnostic push
-#pragma clang diagnostic ignored "-Woverloaded-virtual"
-#endif
 #include "libcommon/context/contextbase.h"
-#if defined(__clang__)
-#pragma clang diagnostic pop
-#endif
 
 #include "libcommon/iphysicalinterface.h"
 #include "libcommon/itoolcontext.h"
