@@ -172,15 +172,6 @@ TEST(ReadOnlyMemoryAccessor, RefusesWritesButLetsErasesThrough) {
     ro.read(0x30, 2, buf.begin(), e, nullptr);
     EXPECT_EQ(2u, mem->calls().size());
     EXPECT_EQ(0x30, buf[0]);
-
-    // An accessor without erase semantics ignores it.
-    struct NoErase : IMemoryAccessor {
-        void read(uint64_t, unsigned int, std::vector<unsigned char>::iterator, ErrorPtr,
-                  IIntermediateResult*) override {}
-        void write(uint64_t, unsigned int, std::vector<unsigned char>::const_iterator, ErrorPtr,
-                   IIntermediateResult*, bool) override {}
-    } plain;
-    plain.erase(0, 0x100);
 }
 
 TEST(PagedMemoryAccessor, ReadsWholePagesAndKeepsPartialOnesApart) {

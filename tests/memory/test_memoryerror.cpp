@@ -83,14 +83,3 @@ TEST(MemoryError, SummaryIsCutAfterAboutAKilobyte) {
     EXPECT_EQ(57u * 18 + 3, s.size());
     EXPECT_EQ("...", s.substr(s.size() - 3));
 }
-
-TEST(MemoryError, CopiesAreIndependent) {
-    MemoryError a;
-    a.setStatus(0, 4, MEM_UNKNOWN);
-    MemoryError b(a);
-    b.setStatus(8, 4, MEM_UNKNOWN);
-    EXPECT_EQ(1u, a.getRecords().size());
-    EXPECT_EQ(2u, b.getRecords().size());
-    a = b;
-    EXPECT_EQ(2u, a.getRecords().size());
-}
