@@ -56,7 +56,8 @@ public:
     };
 
     // What getInfo answers from the device description.
-    enum DeviceInfo { DeviceInfoName = 0, DeviceInfoArchitecture = 1 };
+    // A fixed base type: a plug-in may ask for any number, unknown ones give null.
+    enum DeviceInfo : int { DeviceInfoName = 0, DeviceInfoArchitecture = 1 };
 
     typedef boost::signals2::signal<void(boost::shared_ptr<IDeviceContext>, bool)>
         ExternalResetSignal;
