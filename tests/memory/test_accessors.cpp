@@ -498,6 +498,16 @@ TEST(CatchAndDegradeMemoryAccessor, GivesUpAfter32FailuresInARow) {
     ASSERT_EQ(1u, e->getRecords().size());
     EXPECT_EQ(0x1000u, e->getRecords()[0].size);
 
+    // A success in between starts the count again: 31 failures, one good
+    // word, 31 failures... never stop.
+    mem->failWhen([](const RM::Call& c) { return c.size > 4 || (c.size == 4 && c.address % 0x80 != 0); });
+    mem->clearCalls();
+    e = newError();
+    degrade.read(0, 0x1000, buf.begin(), e, nullptr);
+    EXPECT_EQ(1u + 0x400, mem->countCalls(RM::KIND_READ));
+    EXPECT_EQ(0x20u, e->getRecords().size());
+    EXPECT_TRUE(e->allLocationsAreValid(0x800, 4));
+
     // Something that is no std::exception is not caught.
     mem->failWhen([](const RM::Call&) -> bool { throw 7; });
     EXPECT_THROW(degrade.read(0, 4, buf.begin(), e, nullptr), int);
