@@ -90,7 +90,8 @@ public:
     virtual void attach() = 0;
     // Suspended and resumed handlers run on the thread that notifies the
     // state change, with the context's state lock held.
-    virtual boost::signals2::connection addSuspendedHandler(const SuspendedHandler& handler) const = 0;
+    virtual boost::signals2::connection addSuspendedHandler(
+        const SuspendedHandler& handler) const = 0;
     virtual boost::signals2::connection addResumedHandler(const ResumedHandler& handler) const = 0;
 };
 

@@ -32,8 +32,8 @@ public:
     // Builds a breakpoint from a property list ("ID", "Location",
     // "ContextIds", "Enabled", "BreakpointType", "AccessMode", ...). It is
     // not active on the target until inserted.
-    virtual boost::shared_ptr<IBreakpoint> createBreakpoint(Status& status,
-                                                            const json_spirit::Object& properties) = 0;
+    virtual boost::shared_ptr<IBreakpoint> createBreakpoint(
+        Status& status, const json_spirit::Object& properties) = 0;
     virtual void insertBreakpoint(Status& status, boost::shared_ptr<IBreakpoint> breakpoint) = 0;
     virtual void removeBreakpoint(Status& status, boost::shared_ptr<IBreakpoint> breakpoint) = 0;
 };

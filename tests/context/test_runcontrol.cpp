@@ -10,8 +10,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
 #include <boost/make_shared.hpp>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -41,9 +41,14 @@ struct FakeBreakpoint : IBreakpoint {
 };
 
 // Logs each call as "<op> <id>" and keeps what is inserted on the target.
-struct FakeDebugger : ITarnDebugger, IBreakpointService, boost::enable_shared_from_this<FakeDebugger> {
-    boost::shared_ptr<IBreakpointService> getBreakpointService() override { return shared_from_this(); }
-    boost::shared_ptr<IBreakpoint> createBreakpoint(Status&, const js::Object& properties) override {
+struct FakeDebugger : ITarnDebugger,
+                      IBreakpointService,
+                      boost::enable_shared_from_this<FakeDebugger> {
+    boost::shared_ptr<IBreakpointService> getBreakpointService() override {
+        return shared_from_this();
+    }
+    boost::shared_ptr<IBreakpoint> createBreakpoint(Status&,
+                                                    const js::Object& properties) override {
         lastProperties = properties;
         js::Value id;
         findProperty(properties, BP_ID, id);
@@ -98,7 +103,9 @@ struct Stop {
 
 IRunControlContext::SuspendedHandler recordStops(std::vector<Stop>& stops) {
     return [&stops](boost::shared_ptr<IRunControlContext> from, std::uint64_t pc,
-                    StateChangeReason reason, const js::Object& p) { stops.push_back({from, pc, reason, p}); };
+                    StateChangeReason reason, const js::Object& p) {
+        stops.push_back({from, pc, reason, p});
+    };
 }
 
 js::Object hit(int id) {
@@ -235,11 +242,12 @@ TEST_F(RunControlTest, GotoBreakpointIsReplacedClearedAndNeverLeftHalfPlaced) {
                                    js::Pair("BreakpointType", 0), js::Pair("AccessMode", 4)}),
               js::write(dbg->lastProperties));
     rc->addGotoBreakpoint(process, 32);
-    EXPECT_EQ((std::vector<std::string>{"create devbp-4096", "insert devbp-4096", "remove devbp-4096",
-                                        "create devbp-32", "insert devbp-32"}),
+    EXPECT_EQ((std::vector<std::string>{"create devbp-4096", "insert devbp-4096",
+                                        "remove devbp-4096", "create devbp-32", "insert devbp-32"}),
               dbg->calls);
     EXPECT_THROW(rc->addGotoBreakpoint(nullptr, 16), std::invalid_argument);
-    EXPECT_EQ(std::vector<std::string>{"devbp-32"}, dbg->inserted) << "a refused call changes nothing";
+    EXPECT_EQ(std::vector<std::string>{"devbp-32"}, dbg->inserted)
+        << "a refused call changes nothing";
 
     rc->clearGotoBreakpoint();
     rc->clearGotoBreakpoint();

@@ -58,12 +58,13 @@ void runBounded(const char* what, std::function<void()> body, int seconds = 60) 
 }
 
 bool lockedByAnotherThread(boost::mutex& m) {
-    return std::async(std::launch::async, [&m] {
-               if (!m.try_lock())
-                   return true;
-               m.unlock();
-               return false;
-           }).get();
+    return std::async(std::launch::async,
+                      [&m] {
+                          if (!m.try_lock()) return true;
+                          m.unlock();
+                          return false;
+                      })
+        .get();
 }
 
 }  // namespace
@@ -74,13 +75,14 @@ TEST(RunControlThreads, HandlersHoldTheStateLockSoOtherThreadsSeeTheStopOnlyAfte
     rc->setEventSupression(false, false);
     std::atomic<bool> handlerDone(false);
     std::atomic<int> lockedInHandler(0);
-    rc->addSuspendedHandler([&](boost::shared_ptr<IRunControlContext>, std::uint64_t, StateChangeReason,
-                                const js::Object&) {
+    rc->addSuspendedHandler([&](boost::shared_ptr<IRunControlContext>, std::uint64_t,
+                                StateChangeReason, const js::Object&) {
         lockedInHandler += lockedByAnotherThread(rc->stateMutex);
         handlerDone = true;
     });
-    rc->addResumedHandler(
-        [&](boost::shared_ptr<IRunControlContext>) { lockedInHandler += lockedByAnotherThread(rc->stateMutex); });
+    rc->addResumedHandler([&](boost::shared_ptr<IRunControlContext>) {
+        lockedInHandler += lockedByAnotherThread(rc->stateMutex);
+    });
 
     runBounded("handlers under lock", [&] {
         auto waiter = std::async(std::launch::async, [&] {
@@ -113,8 +115,7 @@ TEST(RunControlThreads, ChangeWaitIgnoresStopsAtItsStartPcAndEndsOnAnotherOrAHel
         bool result = false;
         runBounded("change wait", [&] {
             std::thread target([&] {
-                for (int i = 0; !done; ++i)
-                    notify(i);
+                for (int i = 0; !done; ++i) notify(i);
             });
             result = wait();
             done = true;
@@ -157,8 +158,7 @@ public:
             quit = true;
         }
         cv.notify_all();
-        if (events.joinable())
-            events.join();
+        if (events.joinable()) events.join();
     }
 
 private:
@@ -175,8 +175,7 @@ private:
         for (;;) {
             std::unique_lock<std::mutex> lock(m);
             cv.wait(lock, [this] { return quit || !requests.empty(); });
-            if (quit)
-                return;
+            if (quit) return;
             bool run = requests.front();
             requests.pop_front();
             lock.unlock();
@@ -202,7 +201,9 @@ class RelayRunControl : public LayeredRunControlContext {
 public:
     RelayRunControl(ITarnDebugger& dbg, boost::shared_ptr<IRunControlContext> low)
         : LayeredRunControlContext(dbg, "relay", low) {}
-    void lowLevelContextChanged(boost::shared_ptr<IContextBase>) override { signalContextChanged(); }
+    void lowLevelContextChanged(boost::shared_ptr<IContextBase>) override {
+        signalContextChanged();
+    }
     void lowLevelSuspended(boost::shared_ptr<IRunControlContext>, std::uint64_t pc,
                            StateChangeReason reason, const js::Object& properties) override {
         notifySuspended(pc, reason, properties);
@@ -246,8 +247,7 @@ TEST(RunControlThreads, LayeredStopRunCyclesWithBusyClientsNeverDeadlock) {
             std::vector<std::thread>& clients;
             ~Joiner() {
                 done = true;
-                for (auto& c : clients)
-                    c.join();
+                for (auto& c : clients) c.join();
             }
         } joiner{done, clients};
         // Query both levels; take and release connections on both.
@@ -267,8 +267,7 @@ TEST(RunControlThreads, LayeredStopRunCyclesWithBusyClientsNeverDeadlock) {
             });
         }
         clients.emplace_back([&] {
-            while (!done)
-                low->signalContextChanged();
+            while (!done) low->signalContextChanged();
         });
 
         Status st;

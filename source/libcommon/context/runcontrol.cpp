@@ -174,14 +174,14 @@ void GeneralRunControlContext::notifyResumed() {
     runPhase = 1;
     state.suspended = false;
     // Resumed events are dropped, not stored, while they are held.
-    if (!resumedEventsHeld)
-        resumedSignal(shared_from_this());
+    if (!resumedEventsHeld) resumedSignal(shared_from_this());
     stateChanged.notify_all();
 }
 
 bool GeneralRunControlContext::waitForState(int timeoutMs, WaitForType type) {
     boost::unique_lock<boost::mutex> lock(stateMutex);
-    if ((type == WaitForSuspended && state.suspended) || (type == WaitForRunning && !state.suspended))
+    if ((type == WaitForSuspended && state.suspended) ||
+        (type == WaitForRunning && !state.suspended))
         return true;
 
     const bool startSuspended = state.suspended;
@@ -191,19 +191,17 @@ bool GeneralRunControlContext::waitForState(int timeoutMs, WaitForType type) {
         boost::get_system_time() + boost::posix_time::milliseconds(timeoutMs);
 
     for (;;) {
-        const bool goOn =
-            (type == WaitForRunning && state.suspended) ||
-            (type == WaitForSuspended && !state.suspended) ||
-            (type == WaitForChange && state.suspended == startSuspended &&
-             state.pc == static_cast<std::uint64_t>(startPc));
-        if (!goOn)
-            return true;
-        if (!stateChanged.timed_wait(lock, deadline))
-            break;
+        const bool goOn = (type == WaitForRunning && state.suspended) ||
+                          (type == WaitForSuspended && !state.suspended) ||
+                          (type == WaitForChange && state.suspended == startSuspended &&
+                           state.pc == static_cast<std::uint64_t>(startPc));
+        if (!goOn) return true;
+        if (!stateChanged.timed_wait(lock, deadline)) break;
     }
     lock.unlock();
     if (gLogMask & LOG_MASK_ERROR)
-        BackendLogger::error(L_DBG, FormatString("Timed out waiting for event %d ", static_cast<int>(type)));
+        BackendLogger::error(
+            L_DBG, FormatString("Timed out waiting for event %d ", static_cast<int>(type)));
     return false;
 }
 
@@ -211,11 +209,9 @@ void GeneralRunControlContext::addGotoBreakpoint(boost::shared_ptr<IProcessConte
                                                  unsigned int address) {
     // The breakpoint's id is made from the process's device, so without a
     // process there is nothing to place. Refused before anything changes.
-    if (!process)
-        throw std::invalid_argument("addGotoBreakpoint: no process given");
+    if (!process) throw std::invalid_argument("addGotoBreakpoint: no process given");
     boost::shared_ptr<IDeviceContext> device = process->getDevice();
-    if (!device)
-        throw std::invalid_argument("addGotoBreakpoint: the process has no device");
+    if (!device) throw std::invalid_argument("addGotoBreakpoint: the process has no device");
 
     boost::shared_ptr<IBreakpointService> service = debugger.getBreakpointService();
     if (!service) {
@@ -248,8 +244,7 @@ void GeneralRunControlContext::addGotoBreakpoint(boost::shared_ptr<IProcessConte
 
     boost::shared_ptr<IBreakpoint> breakpoint = service->createBreakpoint(status, properties);
     // A service that could not make one has nothing to insert or remove.
-    if (!breakpoint)
-        return;
+    if (!breakpoint) return;
     service->insertBreakpoint(status, breakpoint);
     if (status.isOk())
         gotoBreakpoint = breakpoint;
@@ -258,8 +253,7 @@ void GeneralRunControlContext::addGotoBreakpoint(boost::shared_ptr<IProcessConte
 }
 
 void GeneralRunControlContext::clearGotoBreakpoint() {
-    if (!gotoBreakpoint)
-        return;
+    if (!gotoBreakpoint) return;
     boost::shared_ptr<IBreakpointService> service = debugger.getBreakpointService();
     if (service) {
         Status status;
@@ -288,11 +282,9 @@ LayeredRunControlContext::~LayeredRunControlContext() {
 }
 
 void LayeredRunControlContext::setLowLevelContext(boost::shared_ptr<IRunControlContext> context) {
-    if (lowLevelContext)
-        disconnectSlots();
+    if (lowLevelContext) disconnectSlots();
     lowLevelContext = context;
-    if (lowLevelContext)
-        connectSlots(lowLevelContext);
+    if (lowLevelContext) connectSlots(lowLevelContext);
 }
 
 boost::shared_ptr<GeneralRunControlContext> LayeredRunControlContext::getLowLevelContext() {
@@ -310,17 +302,14 @@ void LayeredRunControlContext::connectSlots(boost::shared_ptr<IRunControlContext
     // Bound through the virtual table: the most derived handler gets the event.
     contextChangedConnection = context->addContextChangedHandler(
         boost::bind(&LayeredRunControlContext::lowLevelContextChanged, this, _1));
-    resumedConnection =
-        context->addResumedHandler(boost::bind(&LayeredRunControlContext::lowLevelResumed, this, _1));
+    resumedConnection = context->addResumedHandler(
+        boost::bind(&LayeredRunControlContext::lowLevelResumed, this, _1));
     suspendedConnection = context->addSuspendedHandler(
         boost::bind(&LayeredRunControlContext::lowLevelSuspended, this, _1, _2, _3, _4));
 }
 
 void LayeredRunControlContext::disconnectSlots() {
-    if (contextChangedConnection.connected())
-        contextChangedConnection.disconnect();
-    if (resumedConnection.connected())
-        resumedConnection.disconnect();
-    if (suspendedConnection.connected())
-        suspendedConnection.disconnect();
+    if (contextChangedConnection.connected()) contextChangedConnection.disconnect();
+    if (resumedConnection.connected()) resumedConnection.disconnect();
+    if (suspendedConnection.connected()) suspendedConnection.disconnect();
 }
