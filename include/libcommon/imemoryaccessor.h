@@ -15,7 +15,10 @@
 //     marked in the MemoryError and the operation goes on;
 //   - a failure that ends the operation is an exception.
 // An empty error pointer means nobody wants the marks: a layer then makes
-// none, so every layer that marks tests the pointer first.
+// none, so every layer that marks tests the pointer first. The error pointer
+// is valid for the duration of the call only: a layer may hand it down but
+// must not keep it, since layers may pass it on without a share of its
+// ownership to save reference counting on every page.
 
 #include "libcommon/iintermediateresult.h"
 
