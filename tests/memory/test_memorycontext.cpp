@@ -446,6 +446,10 @@ TEST(MemoryContextFill, ChecksRangeAlignmentAndPatternInOrder) {
               }),
               "Memory access is prior to memory start boundary");
     EXPECT_EQ(runtimeFailure([&] {
+                  context->fillMemory(0xFE, 0, fill, 0x10000, AccessPlain, nullptr, error);
+              }),
+              "Memory access is prior to memory start boundary");
+    EXPECT_EQ(runtimeFailure([&] {
                   context->fillMemory(0x1FE, 0, fill, 4, AccessPlain, nullptr, error);
               }),
               "Memory access is beyond memory end boundary");

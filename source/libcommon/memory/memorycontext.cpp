@@ -840,9 +840,12 @@ void MemoryContext::fillMemory(uint64_t address, int accessSize,
         CoreException::createAndThrow("", ERR_ACCESS_REFUSED,
                                       "Cannot fill memory. Security bit is set.");
     // The check takes the size as an int; anything wider is beyond the end
-    // of any memory this context can describe.
-    if (size > memorySize)
+    // of any memory this context can describe. The start is still tested
+    // first, so that such a request below the memory is told so.
+    if (size > memorySize) {
+        throwIfMemoryAccessNotValid(address, 0, 0);
         throw std::runtime_error("Memory access is beyond memory end boundary");
+    }
     throwIfMemoryAccessNotValid(address, static_cast<int>(size), accessSize);
     if (pattern.empty())
         throw std::runtime_error("Empty pattern in fill memory");
