@@ -189,6 +189,15 @@ TEST(MemoryContextBus, ShortBufferAndUnknownWidthFailCleanly) {
                   context->setMemory(0, 0, buffer, 0, 0x11, AccessPlain, nullptr, error);
               }).first,
               ERR_INVALID_ARGUMENT);
+    // The single-part forms are public as well and guard the buffer alike.
+    EXPECT_EQ(coreFailure([&] {
+                  context->getMemoryNoStraddle(0, 0, buffer, 8, 0x10, AccessPlain, nullptr, error);
+              }).first,
+              ERR_INVALID_ARGUMENT);
+    EXPECT_EQ(coreFailure([&] {
+                  context->setMemoryNoStraddle(0, 0, buffer, 1, 0x10, AccessPlain, nullptr, error);
+              }).first,
+              ERR_INVALID_ARGUMENT);
     EXPECT_EQ(memory->countCalls(), 0u);
 
     auto odd = makeContext(memory, 5, 0, 0x100);

@@ -583,6 +583,10 @@ void MemoryContext::getMemoryNoStraddle(uint64_t address, int accessSize,
     if (chipLocked)
         CoreException::createAndThrow("", ERR_ACCESS_REFUSED,
                                       "Cannot read memory. Security bit is set.");
+    // Also callable on its own, so it guards the buffer itself.
+    if (offset > buffer.size() || size > buffer.size() - offset)
+        CoreException::createAndThrow("", ERR_INVALID_ARGUMENT,
+                                      "Cannot read memory. Buffer too small for the request.");
     boost::shared_ptr<MemoryError> memoryError = boost::make_shared<MemoryError>();
     if (!accessor)
         adjustRange(address, size, &offset, memoryError);
@@ -678,6 +682,9 @@ void MemoryContext::setMemoryNoStraddle(uint64_t address, int accessSize,
     if (chipLocked)
         CoreException::createAndThrow("", ERR_ACCESS_REFUSED,
                                       "Cannot write memory. Security bit is set.");
+    if (offset > buffer.size() || size > buffer.size() - offset)
+        CoreException::createAndThrow("", ERR_INVALID_ARGUMENT,
+                                      "Cannot write memory. Buffer too small for the request.");
     boost::shared_ptr<MemoryError> memoryError = boost::make_shared<MemoryError>();
     if (!accessor)
         adjustRange(address, size, &offset, memoryError);
