@@ -83,3 +83,21 @@ TEST(MemoryError, SummaryIsCutAfterAboutAKilobyte) {
     EXPECT_EQ(57u * 18 + 3, s.size());
     EXPECT_EQ("...", s.substr(s.size() - 3));
 }
+
+TEST(MemoryError, RangesAtTheTopOfTheAddressSpaceAndFarGaps) {
+    MemoryError e;
+    e.setStatus(0xFFFFFFFFFFFFFFF0ULL, 0x10, MEM_UNKNOWN);  // ends exactly at 2^64
+    unsigned int length = 0;
+    EXPECT_EQ(MEM_UNKNOWN, e.getStatus(0xFFFFFFFFFFFFFFF8ULL, &length));
+    EXPECT_EQ(8u, length);
+    EXPECT_EQ(MEM_UNKNOWN, e.getStatus(0xFFFFFFFFFFFFFFFFULL, &length));
+    EXPECT_EQ(1u, length);
+    EXPECT_FALSE(e.allLocationsAreValid(0xFFFFFFFFFFFFFFE0ULL, 0x20));
+    EXPECT_TRUE(e.allLocationsAreValid(0xFFFFFFFFFFFFFFE0ULL, 0x10));
+
+    // A mark 4 GiB away is not "nothing further on".
+    MemoryError far;
+    far.setStatus(0x100000010ULL, 1, MEM_READ_FAILED);
+    EXPECT_EQ(MEM_VALID, far.getStatus(0x10, &length));
+    EXPECT_EQ(0xFFFFFFFFu, length);
+}

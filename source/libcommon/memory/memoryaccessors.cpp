@@ -6,6 +6,7 @@
 #include "libcommon/memory/shadowmemoryaccessor.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <iterator>
@@ -61,16 +62,22 @@ void MemoryError::setStatus(uint64_t address, unsigned int size, int status) {
 }
 
 int MemoryError::getStatus(uint64_t address, unsigned int* length) {
+    // Offsets from the record's start rather than its end, which is 0 for a
+    // record that reaches the top of the 64-bit space.
     for (const Record& r : records) {
         if (address < r.address) {
             if (length) {
-                *length = static_cast<unsigned int>(r.address - address);
+                // A gap wider than the length can say is cut to the widest
+                // one: cut to its low bits it could read as 0, "no failure
+                // further on".
+                *length = static_cast<unsigned int>(
+                    std::min<uint64_t>(r.address - address, UINT32_MAX));
             }
             return MEM_VALID;
         }
-        if (address < r.address + r.size) {
+        if (address - r.address < r.size) {
             if (length) {
-                *length = static_cast<unsigned int>(r.address + r.size - address);
+                *length = static_cast<unsigned int>(r.size - (address - r.address));
             }
             return r.status;
         }
@@ -82,16 +89,19 @@ int MemoryError::getStatus(uint64_t address, unsigned int* length) {
 }
 
 bool MemoryError::allLocationsAreValid(uint64_t address, unsigned int size) {
-    const uint64_t end = address + size;
-    while (address < end) {
+    // Counts the bytes left instead of comparing with the end address, which
+    // wraps to 0 for a range that reaches the top of the 64-bit space.
+    unsigned int remaining = size;
+    while (remaining != 0) {
         unsigned int length = 0;
         if (getStatus(address, &length) != MEM_VALID) {
             return false;
         }
-        if (length == 0) {
+        if (length == 0 || length >= remaining) {
             return true;
         }
         address += length;
+        remaining -= length;
     }
     return true;
 }
