@@ -109,4 +109,12 @@ TEST(MessageContext, SettingsAndTheirAnnouncements) {
     EXPECT_EQ(SeverityInfo, channel->getThreshold());
     EXPECT_FALSE(channel->isActive());
     EXPECT_EQ(3u, changes.seen.size());
+
+    // So does a number that no severity can hold.
+    for (int outOfRange : {-1, 32, 1000}) {
+        js::Object wide{js::Pair("MESSAGE_PROP_SEVERITY_THRESHOLD", outOfRange)};
+        EXPECT_THROW(channel->setProperties(wide), CoreException) << outOfRange;
+        EXPECT_EQ(SeverityInfo, channel->getThreshold());
+        EXPECT_EQ(3u, changes.seen.size());
+    }
 }

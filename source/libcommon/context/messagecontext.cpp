@@ -1,6 +1,22 @@
 #include "libcommon/context/messagecontext.h"
 
+#include "libcommon/core/status.h"
 #include "libcommon/stringconstants.h"
+
+namespace {
+
+// Severity has no fixed base type, so only 0 to 31 (the smallest bit-field
+// that holds SeverityInfo) are values it can carry; a front end may send
+// any number. Anything outside is refused like a value of the wrong kind.
+Severity thresholdFrom(const json_spirit::Value& value) {
+    const int threshold = value.get_int();
+    if (threshold < 0 || threshold > 31)
+        CoreException::createAndThrow("", ERR_INVALID_ARGUMENT,
+                                      "Severity threshold %d is out of range", threshold);
+    return static_cast<Severity>(threshold);
+}
+
+}  // namespace
 
 MessageContext::MessageContext(boost::shared_ptr<IMessageContext>& parent, const std::string& name)
     : ContextBase<IMessageContext>(makeMessageContextId(), parent),
@@ -56,7 +72,7 @@ void MessageContext::setProperties(json_spirit::Object& properties) {
     // nothing is signalled.
     for (const json_spirit::Pair& pair : properties) {
         if (pair.name_ == MSG_SET_SEVERITY_THRESHOLD)
-            threshold = static_cast<Severity>(pair.value_.get_int());
+            threshold = thresholdFrom(pair.value_);
         else if (pair.name_ == MSG_SET_REPORTING_ACTIVE)
             active = pair.value_.get_bool();
     }
