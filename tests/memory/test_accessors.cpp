@@ -197,6 +197,25 @@ TEST(PagedMemoryAccessor, ReadsWholePagesAndKeepsPartialOnesApart) {
     EXPECT_EQ(0x10, buf[0]);
 }
 
+TEST(PagedMemoryAccessor, ServesPagesThatEndAtTheTopOfTheAddressSpace) {
+    // The request's end address is 0 here; every page must still be moved.
+    const uint64_t base = 0xFFFFFFFFFFFFFD00ULL;
+    auto mem = counting(base, 0x300);
+    PagedMemoryAccessor paged(mem, 0x100, false, false);
+    std::vector<unsigned char> buf(0x108, 0xEE);
+    paged.read(0xFFFFFFFFFFFFFEF8ULL, 0x108, buf.begin(), newError(), nullptr);
+    ASSERT_EQ(2u, mem->calls().size());
+    for (size_t i = 0; i < buf.size(); ++i) {
+        ASSERT_EQ(static_cast<unsigned char>(0xF8 + i), buf[i]) << i;
+    }
+
+    const std::vector<unsigned char> data(0x108, 0xAA);
+    paged.write(0xFFFFFFFFFFFFFEF8ULL, 0x108, data.cbegin(), newError(), nullptr, false);
+    EXPECT_EQ(0xF7, mem->byteAt(0xFFFFFFFFFFFFFEF7ULL));
+    EXPECT_EQ(0xAA, mem->byteAt(0xFFFFFFFFFFFFFEF8ULL));
+    EXPECT_EQ(0xAA, mem->byteAt(0xFFFFFFFFFFFFFFFFULL));
+}
+
 TEST(PagedMemoryAccessor, WriteDoesReadModifyWriteAtBothEnds) {
     auto mem = counting(0, 0x400);
     PagedMemoryAccessor paged(mem, 0x100, false, false);

@@ -341,26 +341,29 @@ void PagedMemoryAccessor::read(uint64_t address, unsigned int size, OutIt data,
         return;
     }
     const boost::shared_ptr<MemoryError> error = borrowed(callerError);
-    const uint64_t end = address + size;
+    // Progress is counted in bytes of the request rather than compared with
+    // its end address, which is 0 for a request that reaches the top of the
+    // 64-bit space.
     const uint64_t offset = address % mPageSize;
-    const uint64_t endDown = end - end % mPageSize;
     uint64_t page = address - offset;
+    unsigned int done = 0;
 
     if (offset != 0) {
         std::fill(mScratch.begin(), mScratch.end(), 0);
         mMemAccessor->read(page, mPageSize, mScratch.begin(), error, nullptr);
-        const uint64_t count = std::min<uint64_t>(size, mPageSize - offset);
-        std::copy_n(mScratch.begin() + offset, count, data);
+        done = static_cast<unsigned int>(std::min<uint64_t>(size, mPageSize - offset));
+        std::copy_n(mScratch.begin() + offset, done, data);
         page += mPageSize;
     }
-    while (page < endDown) {
-        mMemAccessor->read(page, mPageSize, data + (page - address), error, nullptr);
+    while (size - done >= mPageSize) {
+        mMemAccessor->read(page, mPageSize, data + done, error, nullptr);
+        done += mPageSize;
         page += mPageSize;
     }
-    if (page < end) {
+    if (done < size) {
         std::fill(mScratch.begin(), mScratch.end(), 0);
         mMemAccessor->read(page, mPageSize, mScratch.begin(), error, nullptr);
-        std::copy_n(mScratch.begin(), end - page, data + (page - address));
+        std::copy_n(mScratch.begin(), size - done, data + done);
     }
 }
 
@@ -375,19 +378,19 @@ void PagedMemoryAccessor::write(uint64_t address, unsigned int size, InIt data,
     const bool passDown = mErasePages || alreadyErased;
 
     const boost::shared_ptr<MemoryError> error = borrowed(callerError);
-    const uint64_t end = address + size;
+    // Counted in bytes of the request, as in read.
     const uint64_t offset = address % mPageSize;
-    const uint64_t endDown = end - end % mPageSize;
     uint64_t page = address - offset;
+    unsigned int done = 0;
 
     // This layer counts the bytes itself, so the inner writes get no progress.
     if (offset != 0) {
-        const uint64_t count = std::min<uint64_t>(size, mPageSize - offset);
+        done = static_cast<unsigned int>(std::min<uint64_t>(size, mPageSize - offset));
         std::fill(mScratch.begin(), mScratch.end(), 0);
         // A failure of this read must leave no mark: the write decides.
         mMemAccessor->read(page, mPageSize, mScratch.begin(), boost::shared_ptr<MemoryError>(),
                            nullptr);
-        std::copy_n(data, count, mScratch.begin() + offset);
+        std::copy_n(data, done, mScratch.begin() + offset);
         if (eraseFirst) {
             mMemAccessor->erase(page, mPageSize);
         }
@@ -397,27 +400,28 @@ void PagedMemoryAccessor::write(uint64_t address, unsigned int size, InIt data,
         }
         page += mPageSize;
     }
-    while (page < endDown) {
+    while (size - done >= mPageSize) {
         if (eraseFirst) {
             mMemAccessor->erase(page, mPageSize);
         }
-        mMemAccessor->write(page, mPageSize, data + (page - address), error, nullptr, passDown);
+        mMemAccessor->write(page, mPageSize, data + done, error, nullptr, passDown);
         if (progress) {
             progress->worked(mPageSize);
         }
+        done += mPageSize;
         page += mPageSize;
     }
-    if (page < end) {
-        const uint64_t count = end - page;
+    if (done < size) {
+        const unsigned int count = size - done;
         std::fill(mScratch.begin(), mScratch.end(), 0);
         mMemAccessor->read(page, mPageSize, mScratch.begin(), error, nullptr);
-        std::copy_n(data + (page - address), count, mScratch.begin());
+        std::copy_n(data + done, count, mScratch.begin());
         if (eraseFirst) {
             mMemAccessor->erase(page, mPageSize);
         }
         mMemAccessor->write(page, mPageSize, mScratch.cbegin(), error, nullptr, passDown);
         if (progress) {
-            progress->worked(static_cast<unsigned int>(count));
+            progress->worked(count);
         }
     }
 }
