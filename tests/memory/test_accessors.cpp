@@ -486,6 +486,21 @@ TEST(CatchAndDegradeMemoryAccessor, MarksOnlyTheFailingWords) {
     } catch (const char* text) {
         EXPECT_STREQ("Unaligned Catch and Degrade write", text);
     }
+
+    // The same retry for a request that ends at the top of the address
+    // space, where its end address is 0: head bytes, then words.
+    auto top = counting(0xFFFFFFFFFFFFFF00ULL, 0x100);
+    top->failAt(0xFFFFFFFFFFFFFFF8ULL, RM::KIND_READ);
+    CatchAndDegradeMemoryAccessor topDegrade(top);
+    std::fill(buf.begin(), buf.end(), 0xEE);
+    e = newError();
+    topDegrade.read(0xFFFFFFFFFFFFFFF1ULL, 0xF, buf.begin(), e, nullptr);
+    ASSERT_EQ(1u, e->getRecords().size());
+    EXPECT_EQ(0xFFFFFFFFFFFFFFF8ULL, e->getRecords()[0].address);
+    EXPECT_EQ(4u, e->getRecords()[0].size);
+    for (unsigned i = 0; i < 0xF; ++i) {
+        ASSERT_EQ(i >= 7 && i < 0xB ? 0xEE : 0xF1 + i, buf[i]) << i;
+    }
 }
 
 TEST(CatchAndDegradeMemoryAccessor, GivesUpAfter32FailuresInARow) {

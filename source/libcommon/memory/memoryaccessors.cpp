@@ -797,33 +797,37 @@ void CatchAndDegradeMemoryAccessor::read(uint64_t address, unsigned int size, Ou
 void CatchAndDegradeMemoryAccessor::degradedRead(uint64_t address, unsigned int size, OutIt data,
                                                  const boost::shared_ptr<MemoryError>& error,
                                                  IIntermediateResult* progress) {
-    const uint64_t end = address + size;
-    const uint64_t middleEnd = std::max(address, end & ~uint64_t(3));
-    uint64_t pos = address;
+    // Positions count bytes from the start of the request rather than
+    // addresses, whose end is 0 for a request that reaches the top of the
+    // 64-bit space.
+    const unsigned int head =
+        std::min(size, static_cast<unsigned int>((4 - (address & 3)) & 3));
+    const unsigned int middleEnd = head + (size - head) / 4 * 4;
+    unsigned int done = 0;
     int failures = 0;
 
-    auto readBytesUpTo = [&](uint64_t stop) {
-        for (; pos < stop; ++pos) {
+    auto readBytesUpTo = [&](unsigned int stop) {
+        for (; done < stop; ++done) {
             try {
-                mInner->read(pos, 1, data + (pos - address), error, progress);
+                mInner->read(address + done, 1, data + done, error, progress);
                 failures = 0;
             } catch (const std::exception&) {
                 ++failures;
-                mark(error, pos, 1, MEM_READ_FAILED);
+                mark(error, address + done, 1, MEM_READ_FAILED);
             }
         }
     };
 
-    readBytesUpTo(std::min(end, (address + 3) & ~uint64_t(3)));
-    while (pos + 4 <= middleEnd) {
+    readBytesUpTo(head);
+    while (done < middleEnd) {
         try {
-            mInner->read(pos, 4, data + (pos - address), error, progress);
+            mInner->read(address + done, 4, data + done, error, progress);
             failures = 0;
         } catch (const std::exception&) {
             ++failures;
-            mark(error, pos, 4, MEM_READ_FAILED);
+            mark(error, address + done, 4, MEM_READ_FAILED);
         }
-        pos += 4;
+        done += 4;
         if (failures >= MAX_CONSECUTIVE_FAILURES) {
             if (gLogMask & LOG_MASK_ERROR) {
                 BackendLogger::error(L_DBG,
@@ -831,12 +835,12 @@ void CatchAndDegradeMemoryAccessor::degradedRead(uint64_t address, unsigned int 
                                                   "read errors",
                                                   failures));
             }
-            mark(error, pos, middleEnd - pos, MEM_READ_FAILED);
-            pos = middleEnd;
+            mark(error, address + done, middleEnd - done, MEM_READ_FAILED);
+            done = middleEnd;
             break;
         }
     }
-    readBytesUpTo(end);
+    readBytesUpTo(size);
 }
 
 void CatchAndDegradeMemoryAccessor::write(uint64_t address, unsigned int size, InIt data,
