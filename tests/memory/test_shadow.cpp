@@ -96,6 +96,21 @@ TEST_F(ShadowTest, FailedFetchMarksThePageAndStops) {
     EXPECT_EQ(2, buf[0x150]);
 }
 
+TEST_F(ShadowTest, AWriteWhoseFetchThrowsLeavesNothingToCommit) {
+    target->failAt(BASE + 0x150, RM::KIND_READ);
+    const std::vector<unsigned char> one{0xAB};
+    EXPECT_THROW(shadow.write(BASE + 0x180, 1, one.cbegin(), ErrorPtr(), nullptr, false),
+                 CoreException);
+    EXPECT_FALSE(shadow.hasDirtyPages());
+
+    target->clearFailures();
+    target->clearCalls();
+    ErrorPtr e(new MemoryError());
+    shadow.commitChanges(nullptr, e);
+    EXPECT_EQ(0u, target->countCalls(RM::KIND_WRITE));  // the target page keeps its bytes
+    EXPECT_TRUE(e->isOk());
+}
+
 TEST_F(ShadowTest, WritesStayInTheImageUntilCommitted) {
     const std::vector<unsigned char> one{0xAB};
     shadow.write(BASE + 0x180, 1, one.cbegin(), ErrorPtr(), nullptr, false);

@@ -103,9 +103,6 @@ void ShadowMemoryAccessor::write(uint64_t address, unsigned int size,
     checkRange(address, size, "write");
     const unsigned int firstPage = pageOf(address);
     const unsigned int lastPage = pageOf(address + size - 1);
-    for (unsigned int page = firstPage; page <= lastPage; ++page) {
-        dirty[page] = true;
-    }
     // Partial pages need the target's other bytes, since commits write whole
     // pages. A failed fetch leaves 0xFF (or what an earlier failed fetch left)
     // around the new bytes.
@@ -115,7 +112,11 @@ void ShadowMemoryAccessor::write(uint64_t address, unsigned int size,
     if ((address + size - baseAddress) % pageSize != 0) {
         loadPage(lastPage);
     }
+    // Marked dirty only once the fetches are through: a fetch that throws
+    // ends the write, and a page left dirty then would have an image that
+    // was never filled, which the next commit would write over the target.
     for (unsigned int page = firstPage; page <= lastPage; ++page) {
+        dirty[page] = true;
         populated[page] = true;
     }
     std::copy_n(data, size, image.begin() + (address - baseAddress));
