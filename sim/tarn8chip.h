@@ -37,7 +37,7 @@
 // Counters and an optional call log record what crossed the interface, so
 // that tests and benchmarks can prove how much traffic a stack causes.
 //
-//     auto chip = Tarn8Chip::fromDeviceFile("devices/TN8O64.xml");
+//     auto chip = Tarn8Chip::fromDeviceFile("devices/TN8R64.xml");
 //     chip->poke("prog", 0x100, {0x0C, 0x94});
 //     ... run a memory context over chip ...
 //     chip->getCounters().bytesWritten;
