@@ -149,6 +149,14 @@ TEST(MemoryContextBus, ReadsAndWritesWrapAroundTheTopOfTheBus) {
               (std::vector<std::pair<uint64_t, uint64_t>>{{0, 4}, {0xFFFC, 4}}));
     EXPECT_EQ(memory->bytesAt(0xFFFC, 4), Bytes(data.begin(), data.begin() + 4));
     EXPECT_EQ(memory->bytesAt(0, 4), Bytes(data.begin() + 4, data.end()));
+
+    // Failures in both parts all reach the caller.
+    memory->failAt(0x2, RecordingMemory::KIND_READ, RecordingMemory::FAIL_MARK);
+    memory->failAt(0xFFFA, RecordingMemory::KIND_READ, RecordingMemory::FAIL_MARK);
+    context->getMemory(0xFFF8, 0, buffer, 0, 0x10, AccessPlain, nullptr, error);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getMessage(MemoryError::SUMMARY_ADDRESS),
+              "00000002-00000003 0000fffa-0000fffb ");
 }
 
 TEST(MemoryContextBus, RefusesRequestsWiderThanTheBusAndEmptyOnes) {

@@ -186,6 +186,21 @@ unsigned int sprigChunkSize(boost::shared_ptr<DIMemorySegment> segment,
     return segment->getPageSize() != 0 ? limits.first : limits.second;
 }
 
+// The record of a request that wraps around the top of the bus: the marks
+// of the part at 0 and of the part below the top in one record, so that the
+// second part does not hide the failures of the first.
+boost::shared_ptr<IMemoryError> joinParts(const boost::shared_ptr<IMemoryError>& low,
+                                          const boost::shared_ptr<IMemoryError>& high) {
+    boost::shared_ptr<MemoryError> lowRecord = boost::dynamic_pointer_cast<MemoryError>(low);
+    boost::shared_ptr<MemoryError> highRecord = boost::dynamic_pointer_cast<MemoryError>(high);
+    if (!lowRecord || !highRecord)
+        return high ? high : low;
+    boost::shared_ptr<MemoryError> joined = boost::make_shared<MemoryError>(*lowRecord);
+    for (const MemoryError::Record& record : highRecord->getRecords())
+        joined->setStatus(record.address, record.size, record.status);
+    return joined;
+}
+
 void logInfo(const std::string& text) {
     if (gLogMask & LOG_MASK_INFO)
         BackendLogger::info(LOG_CHANNEL, text);
@@ -571,8 +586,14 @@ void MemoryContext::getMemory(uint64_t address, int accessSize,
     // Wraps around the top of the bus: the bytes from address 0 go behind
     // the tail of the request in the buffer.
     const uint64_t tail = size - last - 1;
-    getMemoryNoStraddle(0, accessSize, buffer, offset + tail, last + 1, mode, progress, error);
-    getMemoryNoStraddle(first, accessSize, buffer, offset, tail, mode, progress, error);
+    boost::shared_ptr<IMemoryError> low;
+    boost::shared_ptr<IMemoryError> high;
+    getMemoryNoStraddle(0, accessSize, buffer, offset + tail, last + 1, mode, progress, low);
+    if (low)
+        error = low;
+    getMemoryNoStraddle(first, accessSize, buffer, offset, tail, mode, progress, high);
+    if (high)
+        error = joinParts(low, high);
 }
 
 void MemoryContext::getMemoryNoStraddle(uint64_t address, int accessSize,
@@ -670,8 +691,14 @@ void MemoryContext::setMemory(uint64_t address, int accessSize,
         return;
     }
     const uint64_t tail = size - last - 1;
-    setMemoryNoStraddle(0, accessSize, buffer, offset + tail, last + 1, mode, progress, error);
-    setMemoryNoStraddle(first, accessSize, buffer, offset, tail, mode, progress, error);
+    boost::shared_ptr<IMemoryError> low;
+    boost::shared_ptr<IMemoryError> high;
+    setMemoryNoStraddle(0, accessSize, buffer, offset + tail, last + 1, mode, progress, low);
+    if (low)
+        error = low;
+    setMemoryNoStraddle(first, accessSize, buffer, offset, tail, mode, progress, high);
+    if (high)
+        error = joinParts(low, high);
 }
 
 void MemoryContext::setMemoryNoStraddle(uint64_t address, int accessSize,
