@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <boost/make_shared.hpp>
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -111,7 +112,7 @@ TEST(MessageContext, SettingsAndTheirAnnouncements) {
     EXPECT_EQ(3u, changes.seen.size());
 
     // So does a number that no severity can hold.
-    for (int outOfRange : {-1, 32, 1000}) {
+    for (std::int64_t outOfRange : {std::int64_t(-1), std::int64_t(32), std::int64_t(0x100000004)}) {
         js::Object wide{js::Pair("MESSAGE_PROP_SEVERITY_THRESHOLD", outOfRange)};
         EXPECT_THROW(channel->setProperties(wide), CoreException) << outOfRange;
         EXPECT_EQ(SeverityInfo, channel->getThreshold());

@@ -3,16 +3,20 @@
 #include "libcommon/core/status.h"
 #include "libcommon/stringconstants.h"
 
+#include <cstdint>
+
 namespace {
 
 // Severity has no fixed base type, so only 0 to 31 (the smallest bit-field
 // that holds SeverityInfo) are values it can carry; a front end may send
 // any number. Anything outside is refused like a value of the wrong kind.
 Severity thresholdFrom(const json_spirit::Value& value) {
-    const int threshold = value.get_int();
+    // The whole number, so that a wide one is not cut into a valid one.
+    const std::int64_t threshold = value.get_int64();
     if (threshold < 0 || threshold > 31)
         CoreException::createAndThrow("", ERR_INVALID_ARGUMENT,
-                                      "Severity threshold %d is out of range", threshold);
+                                      "Severity threshold %lld is out of range",
+                                      static_cast<long long>(threshold));
     return static_cast<Severity>(threshold);
 }
 
