@@ -184,6 +184,23 @@ TEST(MemoryContextBus, RefusesRequestsWiderThanTheBusAndEmptyOnes) {
     EXPECT_EQ(memory->countCalls(RecordingMemory::KIND_WRITE), 0u);
 }
 
+TEST(MemoryContextBus, RefusesAWholeFourGibibyteRequest) {
+    // The whole 32-bit bus fits the bus check but not the 32-bit sizes of
+    // the layers below; it must fail loudly rather than move no bytes.
+    auto memory = countingMemory(0, 0x100);
+    auto context = makeContext(memory, 4, 0, 0x100);
+    ErrorPtr error;
+    Bytes buffer(0x10);
+    EXPECT_EQ(coreFailure([&] {
+                  context->getMemory(0, 0, buffer, 0, 0x100000000ull, AccessPlain, nullptr, error);
+              }).second,
+              "Cannot read memory. Read request too large.");
+    EXPECT_EQ(coreFailure([&] {
+                  context->setMemory(0, 0, buffer, 0, 0x100000000ull, AccessPlain, nullptr, error);
+              }).second,
+              "Cannot write memory. Write request too large.");
+}
+
 TEST(MemoryContextBus, ShortBufferAndUnknownWidthFailCleanly) {
     auto memory = countingMemory(0, 0x100);
     auto context = makeContext(memory, 1, 0, 0x100);

@@ -570,7 +570,9 @@ void MemoryContext::getMemory(uint64_t address, int accessSize,
                               boost::shared_ptr<IMemoryError>& error) {
     const uint64_t mask = getBusMask();
     // size - 1 wraps for a size of 0, which is refused with the rest.
-    if (size - 1 > mask)
+    // The layers below count in 32 bits: a full 4 GiB request on a 32-bit
+    // bus would reach them as 0 bytes and read nothing, so it is refused.
+    if (size - 1 > mask || size > 0xFFFFFFFFull)
         CoreException::createAndThrow("", ERR_ACCESS_REFUSED,
                                       "Cannot read memory. Read request too large.");
     // Callers pre-size the buffer; a short one would be written past its end.
@@ -678,7 +680,7 @@ void MemoryContext::setMemory(uint64_t address, int accessSize,
                               uint64_t size, MemoryAccessMode mode, IIntermediateResult* progress,
                               boost::shared_ptr<IMemoryError>& error) {
     const uint64_t mask = getBusMask();
-    if (size == 0 || size - 1 > mask)
+    if (size == 0 || size - 1 > mask || size > 0xFFFFFFFFull)
         CoreException::createAndThrow("", ERR_ACCESS_REFUSED,
                                       "Cannot write memory. Write request too large.");
     if (offset > buffer.size() || size > buffer.size() - offset)
