@@ -3,6 +3,7 @@
 
 #include "libcommon/core/progress.h"
 #include "libcommon/core/status.h"
+#include "tests/memory/corefailure.h"
 #include "libcommon/iprocesscontext.h"
 #include "libcommon/memory/memoryaccessors.h"
 #include "libcommon/memory/memorycontext.h"
@@ -43,17 +44,6 @@ Bytes pattern(size_t size, unsigned char seed) {
     for (size_t i = 0; i < size; ++i)
         bytes[i] = static_cast<unsigned char>(seed + i);
     return bytes;
-}
-
-template <class F>
-std::pair<ErrorCode, std::string> coreFailure(F f) {
-    try {
-        f();
-    } catch (const CoreException& e) {
-        return std::make_pair(e.getStatus()->getErrorCode(), e.getStatus()->getMessage());
-    }
-    ADD_FAILURE() << "no CoreException";
-    return std::make_pair(ERR_NONE, std::string());
 }
 
 template <class F>

@@ -3,6 +3,7 @@
 // traffic of programming a large image through the cache.
 
 #include "libcommon/core/status.h"
+#include "tests/memory/corefailure.h"
 #include "libcommon/device/devicefile.h"
 #include "libcommon/device/devicemodel.h"
 #include "libcommon/device/didevicehelper.h"
@@ -27,17 +28,6 @@ Bytes pattern(size_t size, unsigned char seed) {
     for (size_t i = 0; i < size; ++i)
         bytes[i] = static_cast<unsigned char>(seed + i * 13);
     return bytes;
-}
-
-template <class F>
-std::pair<ErrorCode, std::string> coreFailure(F f) {
-    try {
-        f();
-    } catch (const CoreException& e) {
-        return std::make_pair(e.getStatus()->getErrorCode(), e.getStatus()->getMessage());
-    }
-    ADD_FAILURE() << "no CoreException";
-    return std::make_pair(ERR_NONE, std::string());
 }
 
 boost::shared_ptr<MemoryContext> makeContext(const boost::shared_ptr<Tarn8Chip>& chip,

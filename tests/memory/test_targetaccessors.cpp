@@ -1,4 +1,5 @@
 #include "libcommon/core/status.h"
+#include "tests/memory/corefailure.h"
 #include "libcommon/memory/targetaccessors.h"
 #include "sim/tarn8chip.h"
 
@@ -42,17 +43,6 @@ public:
 ITarn8Target::MemoryType t8(int value) { return static_cast<ITarn8Target::MemoryType>(value); }
 
 // Runs f and returns the CoreException's code and text.
-template <class F>
-std::pair<ErrorCode, std::string> coreFailure(F f) {
-    try {
-        f();
-    } catch (const CoreException& e) {
-        return std::make_pair(e.getStatus()->getErrorCode(), e.getStatus()->getMessage());
-    }
-    ADD_FAILURE() << "no CoreException";
-    return std::make_pair(ERR_NONE, std::string());
-}
-
 }  // namespace
 
 TEST(SimpleTarn8MemoryAccessor, ReadsAndWritesWithTheirOwnTypesAndTruncatedAddress) {
