@@ -201,6 +201,30 @@ boost::shared_ptr<IMemoryError> joinParts(const boost::shared_ptr<IMemoryError>&
     return joined;
 }
 
+// Runs part(address, offset, size, error) once for a request that stays
+// below the top of the bus, or twice for one that wraps around it: first for
+// the bytes from address 0, which go behind the tail of the request in the
+// buffer, then for the tail itself. The marks of both parts reach the caller.
+template <class Part>
+void splitAtBusTop(uint64_t address, uint64_t offset, uint64_t size, uint64_t mask,
+                   boost::shared_ptr<IMemoryError>& error, Part part) {
+    const uint64_t first = address & mask;
+    const uint64_t last = (first + size - 1) & mask;
+    if (first <= last) {
+        part(first, offset, size, error);
+        return;
+    }
+    const uint64_t tail = size - last - 1;
+    boost::shared_ptr<IMemoryError> low;
+    boost::shared_ptr<IMemoryError> high;
+    part(0, offset + tail, last + 1, low);
+    if (low)
+        error = low;
+    part(first, offset, tail, high);
+    if (high)
+        error = joinParts(low, high);
+}
+
 void logInfo(const std::string& text) {
     if (gLogMask & LOG_MASK_INFO)
         BackendLogger::info(LOG_CHANNEL, text);
@@ -579,23 +603,10 @@ void MemoryContext::getMemory(uint64_t address, int accessSize,
     if (offset > buffer.size() || size > buffer.size() - offset)
         CoreException::createAndThrow("", ERR_INVALID_ARGUMENT,
                                       "Cannot read memory. Buffer too small for the request.");
-    const uint64_t first = address & mask;
-    const uint64_t last = (first + size - 1) & mask;
-    if (first <= last) {
-        getMemoryNoStraddle(first, accessSize, buffer, offset, size, mode, progress, error);
-        return;
-    }
-    // Wraps around the top of the bus: the bytes from address 0 go behind
-    // the tail of the request in the buffer.
-    const uint64_t tail = size - last - 1;
-    boost::shared_ptr<IMemoryError> low;
-    boost::shared_ptr<IMemoryError> high;
-    getMemoryNoStraddle(0, accessSize, buffer, offset + tail, last + 1, mode, progress, low);
-    if (low)
-        error = low;
-    getMemoryNoStraddle(first, accessSize, buffer, offset, tail, mode, progress, high);
-    if (high)
-        error = joinParts(low, high);
+    splitAtBusTop(address, offset, size, mask, error,
+                  [&](uint64_t a, uint64_t o, uint64_t n, boost::shared_ptr<IMemoryError>& e) {
+                      getMemoryNoStraddle(a, accessSize, buffer, o, n, mode, progress, e);
+                  });
 }
 
 void MemoryContext::getMemoryNoStraddle(uint64_t address, int accessSize,
@@ -686,21 +697,10 @@ void MemoryContext::setMemory(uint64_t address, int accessSize,
     if (offset > buffer.size() || size > buffer.size() - offset)
         CoreException::createAndThrow("", ERR_INVALID_ARGUMENT,
                                       "Cannot write memory. Buffer too small for the request.");
-    const uint64_t first = address & mask;
-    const uint64_t last = (first + size - 1) & mask;
-    if (first <= last) {
-        setMemoryNoStraddle(first, accessSize, buffer, offset, size, mode, progress, error);
-        return;
-    }
-    const uint64_t tail = size - last - 1;
-    boost::shared_ptr<IMemoryError> low;
-    boost::shared_ptr<IMemoryError> high;
-    setMemoryNoStraddle(0, accessSize, buffer, offset + tail, last + 1, mode, progress, low);
-    if (low)
-        error = low;
-    setMemoryNoStraddle(first, accessSize, buffer, offset, tail, mode, progress, high);
-    if (high)
-        error = joinParts(low, high);
+    splitAtBusTop(address, offset, size, mask, error,
+                  [&](uint64_t a, uint64_t o, uint64_t n, boost::shared_ptr<IMemoryError>& e) {
+                      setMemoryNoStraddle(a, accessSize, buffer, o, n, mode, progress, e);
+                  });
 }
 
 void MemoryContext::setMemoryNoStraddle(uint64_t address, int accessSize,
