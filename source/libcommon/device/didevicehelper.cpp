@@ -165,16 +165,24 @@ bool getDataMemoryAttributes(DevicePtr device, uint64_t* start, uint64_t* end) {
     return true;
 }
 
+namespace {
+// The address space that the segment queries look in; logs when it is missing.
+boost::shared_ptr<DIAddressSpace> spaceForSegments(DevicePtr device, const std::string& spaceName) {
+    if (!device)
+        return boost::shared_ptr<DIAddressSpace>();
+    boost::shared_ptr<DIAddressSpace> space = device->getAddressSpace(spaceName);
+    if (!space)
+        logDebug("No address space by name  " + spaceName + ".");
+    return space;
+}
+}  // namespace
+
 bool getMemorySegmentAttributes(const std::string& spaceName, const std::string& segmentName,
                                 DevicePtr device, uint64_t* start, uint64_t* size,
                                 int* pageSize) {
-    if (!device)
+    boost::shared_ptr<DIAddressSpace> space = spaceForSegments(device, spaceName);
+    if (!space)
         return false;
-    boost::shared_ptr<DIAddressSpace> space = device->getAddressSpace(spaceName);
-    if (!space) {
-        logDebug("No address space by name  " + spaceName + ".");
-        return false;
-    }
     boost::shared_ptr<DIMemorySegment> segment = space->getMemorySegment(segmentName);
     if (!segment) {
         logDebug("No segment by name " + segmentName + ".");
@@ -187,13 +195,9 @@ bool getMemorySegmentAttributes(const std::string& spaceName, const std::string&
 bool getMemorySegmentAttributesByType(const std::string& spaceName, const std::string& typeName,
                                       DevicePtr device, uint64_t* start, uint64_t* size,
                                       int* pageSize) {
-    if (!device)
+    boost::shared_ptr<DIAddressSpace> space = spaceForSegments(device, spaceName);
+    if (!space)
         return false;
-    boost::shared_ptr<DIAddressSpace> space = device->getAddressSpace(spaceName);
-    if (!space) {
-        logDebug("No address space by name  " + spaceName + ".");
-        return false;
-    }
     std::vector<boost::shared_ptr<DIMemorySegment>> segments =
         space->getMemorySegmentsByType(typeName);
     if (segments.empty()) {
