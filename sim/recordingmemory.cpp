@@ -1,4 +1,4 @@
-#include "sim/recordingmemory.h"
+#include "recordingmemory.h"
 
 #include "libcommon/core/status.h"
 

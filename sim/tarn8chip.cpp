@@ -1,4 +1,4 @@
-#include "sim/tarn8chip.h"
+#include "tarn8chip.h"
 
 #include "libcommon/core/status.h"
 #include "libcommon/device/devicefile.h"
