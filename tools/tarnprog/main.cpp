@@ -59,6 +59,10 @@ public:
 
     void beginTask(const std::string& description, unsigned int total) override {
         finishLine();
+        // Each task counts from zero here; the library's counter would carry
+        // the old count on.
+        workCompleted = 0;
+        pending = 0;
         IntermediateResult::beginTask(description, total);
         if (show && total != 0) {
             line.reset(new ProgramProgressCallback);
@@ -67,10 +71,14 @@ public:
             line->increase(0);
         }
     }
+    // The line is redrawn in steps of half a percent at most, so a terminal
+    // is not flooded with a line per erase unit.
     void worked(unsigned int amount) override {
         IntermediateResult::worked(amount);
-        if (line) {
-            line->increase(static_cast<int>(amount));
+        pending += amount;
+        if (line && (pending * 200 >= getWorkTotal() || getWorkCompleted() == getWorkTotal())) {
+            line->increase(static_cast<int>(pending));
+            pending = 0;
         }
     }
     void done() override {
@@ -88,6 +96,7 @@ private:
     }
 
     bool show;
+    uint64_t pending = 0;
     std::unique_ptr<ProgramProgressCallback> line;
 };
 
