@@ -61,9 +61,10 @@ public:
         ++programs;
         bytesWritten += size;
         for (uint32_t i = 0; i < size; ++i) {
-            bytes[address + i] &= data[i];
+            bytes[address + i] = selfErasing ? data[i] : bytes[address + i] & data[i];
         }
     }
+    bool programErases() const override { return selfErasing; }
     bool eraseChip() override {
         if (!hasChipErase) {
             return false;
@@ -122,6 +123,7 @@ public:
     bool hasChecksum = false;
     bool hasChipErase = false;
     bool unlockable = false;
+    bool selfErasing = false;
     bool failAtEnd = false;
     uint64_t failProgramAt = ~0ull;
     std::set<uint64_t> locked;
@@ -286,6 +288,22 @@ TEST(FlashProgrammer, BlankPagesOfAUnitAreNotProgrammed) {
     FlashProgrammer::Report report = FlashProgrammer(flash).program(imageOf(0, data), {}, nullptr);
     EXPECT_EQ(0x40u, flash.bytesWritten);
     EXPECT_EQ(1u, report.programCommands);
+}
+
+TEST(FlashProgrammer, ASelfErasingProgramIsNotPrecededByAnErase) {
+    // Units of one page, as on controllers whose driver erases every page it
+    // writes.
+    FakeFlash flash({FlashRegion{0, 0x400, 0x40, 0x40}});
+    flash.selfErasing = true;
+    std::fill(flash.bytes.begin(), flash.bytes.end(), 0x00);
+    FlashImage image = imageOf(0, pattern(0x40, 1));
+    image.add(0x40, Bytes(0x40, 0xFF));  // a unit that is to end up erased
+    FlashProgrammer::Report report = FlashProgrammer(flash).program(image, {}, nullptr);
+    EXPECT_EQ((std::vector<uint64_t>{0x40}), flash.erased);
+    EXPECT_EQ(pattern(0x40, 1)[5], flash.bytes[5]);
+    EXPECT_EQ(0xFF, flash.bytes[0x45]);
+    EXPECT_EQ(0x80u, report.bytesErased);
+    EXPECT_EQ(0x40u, report.bytesWritten);
 }
 
 TEST(FlashProgrammer, ImageOutsideTheFlashIsRefusedBeforeAnyCommand) {

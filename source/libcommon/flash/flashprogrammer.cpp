@@ -331,17 +331,25 @@ void FlashProgrammer::programUnit(Unit& unit, bool dryRun, Report& report) {
         }
         ++report.unlockCommands;
     }
-    if (plan.action == UnitRewrite) {
-        if (!dryRun) {
-            flash.eraseUnit(plan.address, plan.size);
-        }
-        ++report.eraseCommands;
-        report.bytesErased += plan.size;
-    }
     // Pages that are to stay erased need no programming; runs of the others
     // go in one call.
     const uint32_t pageSize = regionOf(plan.address).pageSize;
     const unsigned char erased = flash.erasedValue();
+    if (plan.action == UnitRewrite) {
+        // A flash whose programming erases needs its own erase only for
+        // pages that are to end up erased.
+        bool needErase = !flash.programErases();
+        for (uint32_t offset = 0; !needErase && offset < plan.size; offset += pageSize) {
+            needErase = allErased(unit.content.cbegin() + offset, pageSize, erased);
+        }
+        if (needErase) {
+            if (!dryRun) {
+                flash.eraseUnit(plan.address, plan.size);
+            }
+            ++report.eraseCommands;
+        }
+        report.bytesErased += plan.size;
+    }
     uint32_t offset = 0;
     while (offset < plan.size) {
         if (allErased(unit.content.cbegin() + offset, pageSize, erased)) {

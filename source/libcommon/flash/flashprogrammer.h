@@ -96,6 +96,10 @@ public:
     // Programs whole pages of one unit; bits can only be cleared.
     virtual void program(uint64_t address, uint32_t size,
                          std::vector<unsigned char>::const_iterator data) = 0;
+    // True when program() erases the pages it writes by itself, as some
+    // controllers' drivers do; the planner then erases only what it does
+    // not program.
+    virtual bool programErases() const { return false; }
     // Erases all of the flash at once and clears its locks. False when the
     // flash has no such command; the planner then erases unit by unit.
     virtual bool eraseChip() { return false; }
