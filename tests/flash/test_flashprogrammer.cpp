@@ -457,6 +457,18 @@ TEST(FlashProgrammer, ChipEraseLeavesOnlyTheImage) {
     }
 }
 
+TEST(FlashProgrammer, EraseAllWithoutAChipCommandChecksEveryLockFirst) {
+    FakeFlash flash(twoRegions());
+    flash.locked = {0x1400};  // the last unit
+    EXPECT_THROW(FlashProgrammer(flash).eraseAll(nullptr), CoreException);
+    EXPECT_TRUE(flash.erased.empty());
+    flash.unlockable = true;
+    FlashProgrammer::Report report = FlashProgrammer(flash).eraseAll(nullptr);
+    EXPECT_EQ(6u, flash.erased.size());
+    EXPECT_EQ((std::vector<uint64_t>{0x1400}), flash.unlocked);
+    EXPECT_EQ(1u, report.unlockCommands);
+}
+
 TEST(FlashProgrammer, DryRunChangesNothing) {
     FakeFlash flash(twoRegions());
     flash.bytes[0x120] = 0x00;

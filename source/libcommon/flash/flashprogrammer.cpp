@@ -520,17 +520,31 @@ void FlashProgrammer::eraseEverything(bool dryRun, Report& report) {
         report.bytesErased += total;
         return;
     }
+    // Unit by unit: locks are checked for all units before the first erase.
+    std::vector<UnitPlan> plans;
     for (const FlashRegion& region : regions) {
         for (uint64_t address = region.start; address < region.end(); address += region.unitSize) {
-            if (flash.isLocked(address, region.unitSize)) {
-                flash.unlock(address, region.unitSize);
-                ++report.unlockCommands;
-            }
-            flash.eraseUnit(address, region.unitSize);
-            ++report.eraseCommands;
-            report.bytesErased += region.unitSize;
+            plans.push_back(UnitPlan{address, region.unitSize, UnitRewrite, 0, false});
         }
     }
+    std::vector<UnitPlan*> pointers;
+    for (UnitPlan& plan : plans) {
+        pointers.push_back(&plan);
+    }
+    lockCheck(pointers);
+    for (const UnitPlan& plan : plans) {
+        eraseUnit(plan, report);
+    }
+}
+
+void FlashProgrammer::eraseUnit(const UnitPlan& plan, Report& report) {
+    if (plan.unlock) {
+        flash.unlock(plan.address, plan.size);
+        ++report.unlockCommands;
+    }
+    flash.eraseUnit(plan.address, plan.size);
+    ++report.eraseCommands;
+    report.bytesErased += plan.size;
 }
 
 FlashProgrammer::Report FlashProgrammer::eraseAll(IIntermediateResult* progress) {
@@ -581,13 +595,7 @@ FlashProgrammer::Report FlashProgrammer::erase(uint64_t address, uint64_t size,
         uint64_t done = 0;
         for (const UnitPlan& plan : plans) {
             checkCancel(progress, done++, plans.size());
-            if (plan.unlock) {
-                flash.unlock(plan.address, plan.size);
-                ++report.unlockCommands;
-            }
-            flash.eraseUnit(plan.address, plan.size);
-            ++report.eraseCommands;
-            report.bytesErased += plan.size;
+            eraseUnit(plan, report);
             if (progress) {
                 progress->worked(1);
             }

@@ -262,6 +262,7 @@ private:
     // Marks the locked units for unlocking, or refuses the run.
     void lockCheck(std::vector<UnitPlan*>& plans);
     void eraseEverything(bool dryRun, Report& report);
+    void eraseUnit(const UnitPlan& plan, Report& report);
     // One run on the flash, closed by end() whatever happens.
     void run(const boost::function<void()>& work);
 
