@@ -16,17 +16,17 @@
 class ILocation {
 public:
     enum AddressingMode : int {
-        AM_NONE = 0,              // no place; reads fail, writes are ignored
-        AM_GLOBAL = 1,            // absolute address in a named memory
-        AM_REGISTER = 2,          // one register of the frame, by its index
-        AM_STACK = 3,             // offset from the frame address
-        AM_UNSUPPORTED4 = 4,      // reads fail, writes are ignored
-        AM_UNSUPPORTED5 = 5,      // reads fail, writes are ignored
-        AM_REGISTER_INDIRECT = 6, // offset from a register, or the pair 28/29
-        AM_OPTIMIZED_AWAY = 9,    // does not exist here; needs no pieces
-        AM_UNKNOWN = 10,          // not known how to reach it
-        AM_REGISTER_LIST = 11,    // several registers, first piece holds the low bytes
-        AM_PROCESS_REGISTER = 12  // a process register, id = 100 + its position
+        AM_NONE = 0,               // no place; reads fail, writes are ignored
+        AM_GLOBAL = 1,             // absolute address in a named memory
+        AM_REGISTER = 2,           // one register of the frame, by its index
+        AM_STACK = 3,              // offset from the frame address
+        AM_UNSUPPORTED4 = 4,       // reads fail, writes are ignored
+        AM_UNSUPPORTED5 = 5,       // reads fail, writes are ignored
+        AM_REGISTER_INDIRECT = 6,  // offset from a register, or the pair 28/29
+        AM_OPTIMIZED_AWAY = 9,     // does not exist here; needs no pieces
+        AM_UNKNOWN = 10,           // not known how to reach it
+        AM_REGISTER_LIST = 11,     // several registers, first piece holds the low bytes
+        AM_PROCESS_REGISTER = 12   // a process register, id = 100 + its position
     };
 
     virtual ~ILocation() {}

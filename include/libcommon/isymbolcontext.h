@@ -24,8 +24,8 @@ public:
         SYMBOL_VALUE = 1,    // a constant; its bytes come from getValue()
         SYMBOL_OBJECT = 2,   // an object; the type class tells the chain
         SYMBOL_FUNCTION = 3,
-        SYMBOL_TYPE = 4,     // a type; the type class tells the chain
-        SYMBOL_ALIAS = 5     // stands for its type context
+        SYMBOL_TYPE = 4,  // a type; the type class tells the chain
+        SYMBOL_ALIAS = 5  // stands for its type context
     };
 
     enum TypeClass : int {
