@@ -129,7 +129,29 @@ ExprFixture::ExprFixture(Profile profile, bool bigEndian)
     writeInitialValues();
 }
 
-ExprFixture::~ExprFixture() = default;
+// Debug information is a graph with cycles (a struct whose member points
+// back at it, an enum and its constants); the fixture cuts them so that
+// the symbols go with it.
+ExprFixture::~ExprFixture() {
+    releaseSymtabList(*types);
+    releaseSymtabList(*symbols);
+    std::vector<boost::shared_ptr<ISymbolContext>> pending;
+    for (const auto* table :
+         {&symbolInformation->locals, &symbolInformation->globals, &symbolInformation->types})
+        for (const auto& entry : *table) pending.push_back(entry.second);
+    while (!pending.empty()) {
+        auto symbol = boost::dynamic_pointer_cast<TestSymbol>(pending.back());
+        pending.pop_back();
+        if (!symbol) continue;
+        for (auto link : {symbol->typeContext, symbol->baseTypeContext, symbol->indexTypeContext})
+            if (link) pending.push_back(link);
+        pending.insert(pending.end(), symbol->children.begin(), symbol->children.end());
+        symbol->typeContext.reset();
+        symbol->baseTypeContext.reset();
+        symbol->indexTypeContext.reset();
+        symbol->children.clear();
+    }
+}
 
 void ExprFixture::buildTarget(bool bigEndian) {
     if (profile == TARN8) {

@@ -657,6 +657,16 @@ void assembleType(const boost::shared_ptr<symtab>& list, boost::shared_ptr<link_
     }
 }
 
+void releaseSymtabList(SymtabList& list) {
+    for (const boost::shared_ptr<symtab>& entry : list) {
+        if (!entry) continue;
+        entry->type.reset();
+        entry->etype.reset();
+        entry->next.reset();
+    }
+    list.clear();
+}
+
 // ---------------------------------------------------------------------------
 // Constants.
 

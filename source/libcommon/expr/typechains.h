@@ -405,6 +405,15 @@ boost::shared_ptr<link_variant> combineSpecifiers(boost::shared_ptr<link_variant
 // with a plain char, so "unsigned" alone means unsigned char.
 void assembleType(const boost::shared_ptr<symtab>& list, boost::shared_ptr<link_variant> chain);
 
+// Drops the chains of every entry of the list and empties it. A struct
+// that points to itself (struct Node { struct Node *next; }) is a cycle of
+// shared pointers: its specifier owns the member entries, whose chains lead
+// back to that specifier. Such structs are kept by the member entries in a
+// types list (see createLinkVariantFromISymbolContext); whoever drops that
+// list for good releases them with this call. Chains still in use by other
+// entries lose their members.
+void releaseSymtabList(SymtabList& list);
+
 // ---------------------------------------------------------------------------
 // Constants.
 
