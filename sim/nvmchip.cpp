@@ -117,18 +117,16 @@ NvmChip::NvmChip(boost::shared_ptr<DIDevice> device) : device(device) {
     flashStart = flash->getStart();
     flashSize = uint32_t(flash->getSize());
     const std::string rwwName = block == BLOCK_U2802 ? "DATAFLASH" : "RWW";
+    std::vector<boost::shared_ptr<DIMemorySegment>> rows = base->getMemorySegmentsByType("aux");
+    for (const auto& userPage : base->getMemorySegmentsByType("user_page"))
+        rows.push_back(userPage);
     for (const auto& segment : base->getMemorySegments()) {
         RegionKind kind;
         if (segment->getName() == "FLASH")
             kind = REGION_FLASH;
         else if (segment->getName() == rwwName)
             kind = REGION_RWW;
-        else if (base->getMemorySegmentsByType("user_page").end() !=
-                     std::find(base->getMemorySegmentsByType("user_page").begin(),
-                               base->getMemorySegmentsByType("user_page").end(), segment) ||
-                 base->getMemorySegmentsByType("aux").end() !=
-                     std::find(base->getMemorySegmentsByType("aux").begin(),
-                               base->getMemorySegmentsByType("aux").end(), segment))
+        else if (std::find(rows.begin(), rows.end(), segment) != rows.end())
             kind = REGION_AUX;
         else
             continue;
@@ -447,7 +445,7 @@ void NvmChip::writeMemory(Region& region, uint64_t address, unsigned size,
             return;
         }
         const uint64_t offset = address + i - region.start;
-        latchedAddress = address + i;
+        latchedAddress = (address + i) & ~uint64_t(3);  // the word written
         pageBuffer[offset % region.pageSize] = data[i];
         if (unit != 0 && (offset + 1) % unit == 0) programBuffer(region, offset + 1 - unit, unit);
     }
