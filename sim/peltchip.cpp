@@ -221,7 +221,7 @@ uint32_t PeltChip::readRegister(uint64_t address) {
 
 void PeltChip::writeRegister(uint64_t address, uint32_t value) {
     if (address == fcmdAddress) {
-        execute(value);
+        command(value);
         return;
     }
     const std::string& name = findRegister(address)->name;
@@ -268,7 +268,7 @@ void PeltChip::failTransferAfter(unsigned int calls) {
     transferFault = calls;
 }
 
-void PeltChip::execute(uint32_t word) {
+void PeltChip::command(uint32_t word) {
     if (busy()) {
         violation("FCMD written with " + hex(word) + " while the controller is busy");
         return;  // the busy controller ignores it
@@ -284,7 +284,17 @@ void PeltChip::execute(uint32_t word) {
     ++counters.commands[code];
     lastCommand = word;
     quickReadBlank = false;
-    busyRemaining = busyPolls;
+    // Only a command that runs makes the controller busy; a refused one
+    // leaves it ready with its error flag.
+    const uint32_t pending = errorFlags;
+    errorFlags = 0;
+    execute(code, pagen);
+    if (errorFlags == 0)
+        busyRemaining = busyPolls;
+    errorFlags |= pending;
+}
+
+void PeltChip::execute(unsigned int code, uint32_t pagen) {
     if (static_cast<int>(code) == faultCommand) {
         faultCommand = -1;
         errorFlags |= faultFlag;

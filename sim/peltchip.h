@@ -199,7 +199,9 @@ private:
     void violation(const std::string& text);
     uint32_t readRegister(uint64_t address);
     void writeRegister(uint64_t address, uint32_t value);
-    void execute(uint32_t word);
+    // A write of FCMD, and the command it carries once key and code pass.
+    void command(uint32_t word);
+    void execute(unsigned int code, uint32_t pagen);
     bool regionLocked(uint32_t page) const;
     bool blank(const unsigned char* bytes, uint32_t size) const;
     void programPage(unsigned char* target, const char* what, uint32_t page);
