@@ -1,16 +1,12 @@
 // DeviceDescriptor against every sample device, and against small devices
 // built in code for each way a description can fall short.
 
-#include "libcommon/core/logging.h"
 #include "libcommon/core/status.h"
 #include "libcommon/device/devicedescriptor.h"
 #include "libcommon/device/devicefile.h"
 #include "libcommon/device/devicemodel.h"
+#include "tests/support/logcapture.h"
 
-#include <Poco/AutoPtr.h>
-#include <Poco/Channel.h>
-#include <Poco/Logger.h>
-#include <Poco/Message.h>
 #include <gtest/gtest.h>
 #include <boost/make_shared.hpp>
 
@@ -18,36 +14,6 @@
 #include <vector>
 
 namespace {
-
-// Collects the warnings logged on "hil".
-class WarningCapture {
-public:
-    struct Channel : public Poco::Channel {
-        void log(const Poco::Message& msg) override { lines.push_back(msg.getText()); }
-        std::vector<std::string> lines;
-    };
-    WarningCapture() : channel(new Channel), savedMask(gLogMask) {
-        Poco::Logger& logger = Poco::Logger::get("hil");
-        savedLevel = logger.getLevel();
-        savedChannel = logger.getChannel();
-        logger.setChannel(channel);
-        logger.setLevel(Poco::Message::PRIO_TRACE);
-        gLogMask |= LOG_MASK_WARN;
-    }
-    ~WarningCapture() {
-        Poco::Logger& logger = Poco::Logger::get("hil");
-        logger.setChannel(savedChannel);
-        logger.setLevel(savedLevel);
-        gLogMask = savedMask;
-    }
-    const std::vector<std::string>& lines() const { return channel->lines; }
-
-private:
-    Poco::AutoPtr<Channel> channel;
-    int savedMask;
-    int savedLevel;
-    Poco::Channel::Ptr savedChannel;
-};
 
 // The message of the set-up failure, after checking its component and code;
 // empty when the descriptor was built.
@@ -281,7 +247,7 @@ TEST(DeviceDescriptorTest, DeviceLevelFailures) {
 
 TEST(DeviceDescriptorTest, MissingResetPropertiesWarnAndKeepDefaults) {
     {
-        WarningCapture warnings;
+        LogCapture warnings("hil", LOG_MASK_WARN);
         auto device = nvmDevice(1);
         device->addPropertyGroup("OCD")->addProperty("BUFFERS_PER_FLASH_PAGE", 2);
         DeviceDescriptor d(device);
@@ -293,7 +259,7 @@ TEST(DeviceDescriptorTest, MissingResetPropertiesWarnAndKeepDefaults) {
                                            "TARN32_RESET properties. Defaults will be used."});
     }
     {
-        WarningCapture warnings;
+        LogCapture warnings("hil", LOG_MASK_WARN);
         auto device = nvmDevice(1);
         device->addPropertyGroup("TARN32_RESET");
         DeviceDescriptor d(device);

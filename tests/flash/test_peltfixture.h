@@ -2,8 +2,7 @@
 #define LIBCOMMON_TESTS_FLASH_TEST_PELTFIXTURE_H
 
 // A TP32A512 PeltChip reached through SimpleTarn32MemoryAccessor, as a
-// plug-in reaches a real chip, with the Pelt driver over it; and a capture
-// of what the driver logs.
+// plug-in reaches a real chip, with the Pelt driver over it.
 
 #include "sim/peltchip.h"
 
@@ -11,11 +10,8 @@
 #include "libcommon/core/status.h"
 #include "libcommon/flash/peltinternalflash.h"
 #include "libcommon/memory/targetaccessors.h"
+#include "tests/support/logcapture.h"
 
-#include <Poco/AutoPtr.h>
-#include <Poco/Channel.h>
-#include <Poco/Logger.h>
-#include <Poco/Message.h>
 #include <gtest/gtest.h>
 #include <boost/make_shared.hpp>
 
@@ -71,39 +67,5 @@ std::string genericFailure(F f) {
     ADD_FAILURE() << "no GenericError";
     return std::string();
 }
-
-// Collects what is logged on "dbg" at every level while it lives.
-class DriverLog {
-public:
-    struct Channel : public Poco::Channel {
-        void log(const Poco::Message& msg) override { lines.push_back(msg.getText()); }
-        std::vector<std::string> lines;
-    };
-    DriverLog() : channel(new Channel), savedMask(gLogMask) {
-        Poco::Logger& logger = Poco::Logger::get(L_DBG);
-        savedLevel = logger.getLevel();
-        savedChannel = logger.getChannel();
-        logger.setChannel(channel);
-        logger.setLevel(Poco::Message::PRIO_TRACE);
-        gLogMask |= LOG_MASK_DEBUG | LOG_MASK_TRACE;
-    }
-    ~DriverLog() {
-        Poco::Logger& logger = Poco::Logger::get(L_DBG);
-        logger.setChannel(savedChannel);
-        logger.setLevel(savedLevel);
-        gLogMask = savedMask;
-    }
-    bool saw(const std::string& text) const {
-        for (const std::string& line : channel->lines)
-            if (line == text) return true;
-        return false;
-    }
-
-private:
-    Poco::AutoPtr<Channel> channel;
-    int savedMask;
-    int savedLevel;
-    Poco::Channel::Ptr savedChannel;
-};
 
 #endif

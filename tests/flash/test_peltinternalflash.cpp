@@ -221,7 +221,7 @@ TEST_F(Fixture, FuseRegisterLayout) {
 }
 
 TEST_F(Fixture, DecodedCommandsAndStatusInTheLog) {
-    DriverLog log;
+    LogCapture log(L_DBG, LOG_MASK_DEBUG | LOG_MASK_TRACE);
     chip->setLockBits(0x8002);  // page 1 lies in region 0
     flash->eraseRegion(FLASH + PAGE, 1, EraseOnly);
     EXPECT_TRUE(log.saw("Internal flash command: FCMD=EP (0x2) PAGEN=0x0001 KEY=a5."));
