@@ -1,5 +1,7 @@
 #include "libcommon/flash/flashprogrammer.h"
 
+#include "libcommon/flash/flashinformation.h"
+
 #include "libcommon/core/progress.h"
 #include "libcommon/core/status.h"
 #include "libcommon/memory/memorycontext.h"
@@ -7,6 +9,7 @@
 #include "sim/tarn8chip.h"
 
 #include <gtest/gtest.h>
+#include <boost/make_shared.hpp>
 
 #include <numeric>
 #include <set>
@@ -557,4 +560,99 @@ TEST(FlashProgrammer, DrivesTheEightBitPageEraseThroughTheAccessorStack) {
     EXPECT_EQ(0x42, chip->peek("prog", 0xF0FF, 1)[0]);
     EXPECT_EQ(1, chip->peek("prog", 0xF080, 1)[0]);
     EXPECT_EQ(data[0x100], chip->peek("prog", 0xF000, 1)[0]);
+}
+
+// The flash controller drivers: a driver that logs its calls over a flash
+// in memory.
+namespace {
+
+class LoggingDriver : public InternalFlash {
+public:
+    LoggingDriver() {
+        info.startAddress = 0x1000;
+        info.size = 0x800;
+        info.pageSize = 0x40;
+        info.eraseUnitPages = 4;
+        info.hasRwwSection = true;
+        info.rwwStart = 0x9000;
+        info.rwwSize = 0x200;
+    }
+    void unlockEntireChip() const override { log.push_back("unlock all"); }
+    void unlockRegion(uint64_t address, unsigned size) const override {
+        log.push_back("unlock " + std::to_string(address) + " " + std::to_string(size));
+    }
+    void startEraseEntireChip() const override { log.push_back("chip erase"); }
+    void eraseRegion(uint64_t address, unsigned size, EraseOption option) const override {
+        log.push_back("erase " + std::to_string(address) + " " + std::to_string(size) +
+                      (option == EraseOnly ? "" : " unlocking"));
+    }
+    void programChip(uint64_t address, unsigned size, Bytes::const_iterator, bool ignoreLockError,
+                     bool eraseFirst) const override {
+        log.push_back("program " + std::to_string(address) + " " + std::to_string(size) +
+                      (ignoreLockError || eraseFirst ? " with options" : ""));
+    }
+    void eraseUserPage() const override {}
+    void programUserPage(uint64_t, unsigned, Bytes::const_iterator) const override {}
+    void readUserPage(uint64_t, unsigned, Bytes::iterator) const override {}
+    void eraseFuses(FuseType) const override {}
+    Packet readFuses(FuseType) override { return Packet(); }
+    void programFuses(FuseType, Packet&, int) const override {}
+    void modifyFusebit(FuseType, int, bool) const override {}
+    bool readFuseBit(FuseType, int) const override { return false; }
+    int getLockBitCount() const override { return 0; }
+    Packet getLockBits() override { return Packet(); }
+    void setLockBit(unsigned) const override {}
+    void clearLockBit(unsigned) const override {}
+    void setSecurityLevel(SecurityLevel) const override {}
+    SecurityLevel getSecurityLevel() override { return SecurityNone; }
+    void restoreCfgRegs() const override {
+        log.push_back("restore");
+        if (failRestore) {
+            throw std::runtime_error("Error reported by NVM controller.");
+        }
+    }
+    const FlashInformation& getFlashInfo() const override { return info; }
+    void waitFlashReady(int) const override { log.push_back("wait"); }
+
+    FlashInformation info;
+    bool failRestore = false;
+    mutable std::vector<std::string> log;
+};
+
+// Reads give blank flash.
+class BlankMemory : public IMemoryAccessor {
+public:
+    void read(uint64_t, unsigned int size, Bytes::iterator data, boost::shared_ptr<MemoryError>,
+              IIntermediateResult*) override {
+        std::fill_n(data, size, 0xFF);
+    }
+    void write(uint64_t, unsigned int, Bytes::const_iterator, boost::shared_ptr<MemoryError>,
+               IIntermediateResult*, bool) override {}
+};
+
+}  // namespace
+
+TEST(InternalFlashUnits, ErasesUnlocksAndClosesEveryRunThroughTheDriver) {
+    auto driver = boost::make_shared<LoggingDriver>();
+    InternalFlashUnits flash(driver, boost::make_shared<BlankMemory>(), false);
+    ASSERT_EQ(2u, flash.getRegions().size());
+    EXPECT_EQ(0x100u, flash.getRegions()[0].unitSize);  // 4 pages
+    EXPECT_EQ(0x9000u, flash.getRegions()[1].start);
+    flash.setLockQuery([](uint64_t address, uint32_t size) {
+        return address <= 0x1100 && 0x1100 < address + size;
+    });
+
+    FlashImage image = imageOf(0x10F0, pattern(0x20, 1));  // two units, the second locked
+    FlashProgrammer(flash).program(image, {}, nullptr);
+    EXPECT_EQ((std::vector<std::string>{"erase 4096 256", "program 4288 64", "unlock 4352 256",
+                                        "erase 4352 256", "program 4352 64", "restore"}),
+              driver->log);
+
+    // The controller's report at the end of the run is the run's failure.
+    driver->log.clear();
+    driver->failRestore = true;
+    EXPECT_THROW(FlashProgrammer(flash).eraseAll(nullptr), std::runtime_error);
+    EXPECT_EQ((std::vector<std::string>{"unlock all", "chip erase", "wait", "erase 36864 512",
+                                        "restore"}),
+              driver->log);
 }

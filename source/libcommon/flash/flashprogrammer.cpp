@@ -2,6 +2,7 @@
 
 #include "libcommon/core/status.h"
 #include "libcommon/core/utilities.h"
+#include "libcommon/flash/flashinformation.h"
 
 #include <cstdio>
 
@@ -149,6 +150,74 @@ bool AccessorFlashUnits::checksum(uint64_t address, uint32_t size, uint32_t& val
 
 uint32_t AccessorFlashUnits::expectedChecksum(InIt data, uint32_t size) const {
     return expected ? expected(data, size) : 0;
+}
+
+// ---- InternalFlashUnits -------------------------------------------------------------
+
+InternalFlashUnits::InternalFlashUnits(boost::shared_ptr<InternalFlash> driver,
+                                       boost::shared_ptr<IMemoryAccessor> memory,
+                                       bool programErases)
+    : driver(driver), memory(memory), selfErasing(programErases) {
+    if (!driver || !memory) {
+        CoreException::createAndThrow("", ERR_INVALID_ARGUMENT,
+                                      "InternalFlashUnits needs a driver and an accessor");
+    }
+    const FlashInformation& info = driver->getFlashInfo();
+    const uint32_t unit = info.pageSize * std::max<uint32_t>(info.eraseUnitPages, 1);
+    regions.push_back(FlashRegion{info.startAddress, info.size, unit, info.pageSize});
+    // The read-while-write section is flash of its own, erased by its own
+    // command, where it lies outside the main array.
+    if (info.hasRwwSection && !info.inRange(info.rwwStart)) {
+        regions.push_back(FlashRegion{info.rwwStart, info.rwwSize, unit, info.pageSize});
+    }
+}
+
+void InternalFlashUnits::end() {
+    driver->restoreCfgRegs();
+}
+
+void InternalFlashUnits::read(uint64_t address, uint32_t size,
+                              std::vector<unsigned char>::iterator data) {
+    boost::shared_ptr<MemoryError> error(new MemoryError);
+    memory->read(address, size, data, error, nullptr);
+    if (!error->isOk()) {
+        CoreException::createAndThrow("", ERR_OPERATION_FAILED, "Reading flash failed at %s",
+                                      error->getMessage(MemoryError::SUMMARY_ADDRESS).c_str());
+    }
+}
+
+void InternalFlashUnits::eraseUnit(uint64_t address, uint32_t size) {
+    driver->eraseRegion(address, size, InternalFlash::EraseOnly);
+}
+
+void InternalFlashUnits::program(uint64_t address, uint32_t size, InIt data) {
+    driver->programChip(address, size, data, false, false);
+}
+
+bool InternalFlashUnits::eraseChip() {
+    for (const FlashRegion& region : regions) {
+        if (isLocked(region.start, static_cast<uint32_t>(region.size))) {
+            driver->unlockEntireChip();
+            break;
+        }
+    }
+    driver->startEraseEntireChip();
+    driver->waitFlashReady(chipEraseTimeout);
+    // The chip erase covers the main array; a separate read-while-write
+    // section has its own erase.
+    for (size_t i = 1; i < regions.size(); ++i) {
+        driver->eraseRegion(regions[i].start, static_cast<uint32_t>(regions[i].size),
+                            InternalFlash::EraseOnly);
+    }
+    return true;
+}
+
+bool InternalFlashUnits::isLocked(uint64_t address, uint32_t size) {
+    return lockQuery && lockQuery(address, size);
+}
+
+void InternalFlashUnits::unlock(uint64_t address, uint32_t size) {
+    driver->unlockRegion(address, size);
 }
 
 // ---- FlashProgrammer --------------------------------------------------------------

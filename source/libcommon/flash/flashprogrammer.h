@@ -20,8 +20,8 @@
 //     it fails, so a controller is put back into its normal state.
 //
 // The flash is seen through IFlashUnits, so the same planner drives the
-// 8-bit targets' page erase through an accessor stack and the flash
-// controller drivers.
+// 8-bit targets' page erase through an accessor stack (AccessorFlashUnits)
+// and the flash controller drivers (InternalFlashUnits).
 //
 //     FlashImage image;
 //     image.add(0x0, bytes);
@@ -40,6 +40,8 @@
 #include <map>
 #include <string>
 #include <vector>
+
+class InternalFlash;
 
 // A sparse image: byte runs at absolute addresses, kept sorted and merged.
 // Where two runs overlap, the one added later wins.
@@ -163,6 +165,45 @@ private:
     ExpectedChecksumFunction expected;
     uint32_t alignment = 1;
     boost::function<void()> chipErase;
+};
+
+// A flash behind a controller driver. Reads go through the accessor that
+// reaches the chip's memory map; erases and writes through the driver, in
+// runs that end with restoreCfgRegs, where the controller reports what went
+// wrong. The driver's erase and program never unlock, so a locked unit is
+// unlocked with unlockRegion first; which units are locked is the caller's
+// to say (the lock layout differs between controllers), through a query.
+class InternalFlashUnits : public IFlashUnits {
+public:
+    typedef boost::function<bool(uint64_t address, uint32_t size)> LockQuery;
+
+    // programErases: the driver erases each page it programs by itself.
+    InternalFlashUnits(boost::shared_ptr<InternalFlash> driver,
+                       boost::shared_ptr<IMemoryAccessor> memory, bool programErases);
+
+    void setLockQuery(LockQuery query) { lockQuery = query; }
+    // How long a chip erase may take, in milliseconds.
+    void setChipEraseTimeout(int milliseconds) { chipEraseTimeout = milliseconds; }
+
+    std::vector<FlashRegion> getRegions() const override { return regions; }
+    void end() override;
+    void read(uint64_t address, uint32_t size, std::vector<unsigned char>::iterator data) override;
+    void eraseUnit(uint64_t address, uint32_t size) override;
+    void program(uint64_t address, uint32_t size,
+                 std::vector<unsigned char>::const_iterator data) override;
+    bool programErases() const override { return selfErasing; }
+    bool eraseChip() override;
+    bool isLocked(uint64_t address, uint32_t size) override;
+    bool canUnlock() const override { return true; }
+    void unlock(uint64_t address, uint32_t size) override;
+
+private:
+    boost::shared_ptr<InternalFlash> driver;
+    boost::shared_ptr<IMemoryAccessor> memory;
+    bool selfErasing;
+    std::vector<FlashRegion> regions;
+    LockQuery lockQuery;
+    int chipEraseTimeout = 10000;
 };
 
 class FlashProgrammer {
