@@ -492,7 +492,8 @@ TEST(FlashProgrammer, EraseRangesMustFollowUnitBorders) {
     FakeFlash flash(twoRegions());
     FlashProgrammer programmer(flash);
     for (auto range : {std::make_pair(0x80u, 0x100u), std::make_pair(0x0u, 0x180u),
-                       std::make_pair(0x300u, 0x200u) /* runs into the hole */}) {
+                       std::make_pair(0x300u, 0x200u) /* runs into the hole */,
+                       std::make_pair(0x800u, 0x100u) /* in the hole */}) {
         try {
             programmer.erase(range.first, range.second, nullptr);
             FAIL() << "no exception";
@@ -500,7 +501,9 @@ TEST(FlashProgrammer, EraseRangesMustFollowUnitBorders) {
             EXPECT_EQ(ERR_ADDRESS_RANGE, codeOf(e));
         }
     }
+    EXPECT_THROW(programmer.erase(0xFFFFFFFFFFFFFF00ull, 0x200, nullptr), CoreException);
     EXPECT_TRUE(flash.erased.empty());
+    // Up to the last byte of the flash.
     FlashProgrammer::Report report = programmer.erase(0x1000, 0x800, nullptr);
     EXPECT_EQ((std::vector<uint64_t>{0x1000, 0x1400}), flash.erased);
     EXPECT_EQ(0x800u, report.bytesErased);

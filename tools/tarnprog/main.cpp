@@ -254,6 +254,16 @@ void sayMismatch(const FlashProgrammer::Report& report) {
 
 // ---- commands ----------------------------------------------------------------
 
+// Runs a check of the user's input: what it refuses is a usage error.
+template <typename Check>
+void asUsage(Check check) {
+    try {
+        check();
+    } catch (const CoreException& e) {
+        throw UsageError(e.what());
+    }
+}
+
 struct ImageArgs {
     std::string file;
     std::string format = "auto";
@@ -364,7 +374,9 @@ void program(Session& s, const ProgramArgs& args) {
     FlashProgrammer::Report report;
     auto work = [&]() {
         const FlashImage image = args.image.load(*s.target);
-        report = FlashProgrammer(s.target->flash()).program(image, options, &s.progress());
+        FlashProgrammer programmer(s.target->flash());
+        asUsage([&]() { programmer.checkImage(image); });
+        report = programmer.program(image, options, &s.progress());
     };
     if (args.dryRun) {
         s.loadState();
@@ -395,8 +407,9 @@ void program(Session& s, const ProgramArgs& args) {
 void verify(Session& s, const ImageArgs& args) {
     s.loadState();
     const FlashImage image = args.load(*s.target);
-    const FlashProgrammer::Report report =
-        FlashProgrammer(s.target->flash()).verify(image, &s.progress());
+    FlashProgrammer programmer(s.target->flash());
+    asUsage([&]() { programmer.checkImage(image); });
+    const FlashProgrammer::Report report = programmer.verify(image, &s.progress());
     s.putReport(report);
     s.put("mismatches", report.mismatches);
     if (report.mismatches) {
@@ -451,6 +464,9 @@ void erase(Session& s, const EraseArgs& args) {
     }
     s.change([&]() {
         FlashProgrammer programmer(s.target->flash());
+        if (!args.chip) {
+            asUsage([&]() { programmer.eraseUnitsOf(start, size); });
+        }
         report = args.chip ? programmer.eraseAll(&s.progress())
                            : programmer.erase(start, size, &s.progress());
     });
@@ -561,6 +577,28 @@ void fuses(Session& s, const std::vector<std::string>& settings) {
         }
     });
     show();
+}
+
+// Reports a failure: one line on standard error, and the summary with the
+// error when JSON was asked for.
+int fail(const Globals& globals, Session* session, ExitCode code, const std::string& message) {
+    std::cerr << "tarnprog: " << (code == EXIT_MISMATCH ? "" : "error: ") << message << '\n';
+    if (globals.json) {
+        if (session) {
+            session->put("error", message);
+            session->put("exit_code", static_cast<int>(code));
+            try {
+                session->finish();
+            } catch (const std::exception&) {
+            }
+        } else {
+            json_spirit::Object failure;
+            failure.push_back(json_spirit::Pair("error", message));
+            failure.push_back(json_spirit::Pair("exit_code", static_cast<int>(code)));
+            std::cout << json_spirit::write(failure) << std::endl;
+        }
+    }
+    return code;
 }
 
 }  // namespace
@@ -733,30 +771,11 @@ int run(int argc, char** argv) {
             code = tool->getCode();
         } else if (dynamic_cast<const InterruptedException*>(&e)) {
             code = EXIT_INTERRUPTED;
-        } else if (const CoreException* core = dynamic_cast<const CoreException*>(&e)) {
-            // An image outside the flash, or a range off the erase units, is
-            // the user's input that does not fit the part.
-            if (core->getStatus() && core->getStatus()->getErrorCode() == ERR_ADDRESS_RANGE) {
-                code = EXIT_USAGE;
-            }
         }
-        std::cerr << "tarnprog: " << (code == EXIT_MISMATCH ? "" : "error: ") << e.what() << '\n';
-        if (globals.json) {
-            if (session) {
-                session->put("error", std::string(e.what()));
-                session->put("exit_code", static_cast<int>(code));
-                try {
-                    session->finish();
-                } catch (const std::exception&) {
-                }
-            } else {
-                json_spirit::Object failure;
-                failure.push_back(json_spirit::Pair("error", std::string(e.what())));
-                failure.push_back(json_spirit::Pair("exit_code", static_cast<int>(code)));
-                std::cout << json_spirit::write(failure) << std::endl;
-            }
-        }
-        return code;
+        return fail(globals, session.get(), code, e.what());
+    } catch (const char* text) {
+        // Some drivers refuse what they do not implement with a bare text.
+        return fail(globals, session.get(), EXIT_TARGET, text);
     }
 }
 

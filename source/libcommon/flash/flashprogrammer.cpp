@@ -628,30 +628,57 @@ FlashProgrammer::Report FlashProgrammer::eraseAll(IIntermediateResult* progress)
     return report;
 }
 
-FlashProgrammer::Report FlashProgrammer::erase(uint64_t address, uint64_t size,
-                                               IIntermediateResult* progress) {
-    Report report;
-    if (size == 0) {
-        return report;
-    }
-    // Collect the units first, so that a range with a bad end or a hole is
-    // refused before anything is erased.
+void FlashProgrammer::checkImage(const FlashImage& image) const {
+    unitsOf(image);
+}
+
+std::vector<FlashProgrammer::UnitPlan> FlashProgrammer::eraseUnitsOf(uint64_t address,
+                                                                     uint64_t size) const {
     std::vector<UnitPlan> plans;
-    const uint64_t end = address + size;
+    if (size == 0) {
+        return plans;
+    }
+    if (size - 1 > ~uint64_t(0) - address) {
+        CoreException::createAndThrow(
+            "", ERR_ADDRESS_RANGE, "Cannot erase 0x%llx bytes at 0x%llx: the range wraps around",
+            static_cast<unsigned long long>(size), static_cast<unsigned long long>(address));
+    }
+    const uint64_t last = address + (size - 1);
     uint64_t at = address;
-    while (at < end) {
-        const FlashRegion& region = regionOf(at);
-        if ((at - region.start) % region.unitSize != 0 ||
-            (std::min(end, region.end()) - region.start) % region.unitSize != 0) {
+    while (true) {
+        const FlashRegion* region = nullptr;
+        for (const FlashRegion& candidate : regions) {
+            if (candidate.contains(at)) {
+                region = &candidate;
+            }
+        }
+        if (region == nullptr) {
+            CoreException::createAndThrow(
+                "", ERR_ADDRESS_RANGE, "Cannot erase %s: 0x%llx lies outside the flash.",
+                formatHexRange(address, last).c_str(), static_cast<unsigned long long>(at));
+        }
+        const uint64_t unitLast = at + region->unitSize - 1;
+        if ((at - region->start) % region->unitSize != 0 || last < unitLast) {
             CoreException::createAndThrow(
                 "", ERR_ADDRESS_RANGE,
                 "Cannot erase %s: erase ranges must start and end on %u-byte erase unit "
                 "borders, or bytes outside the range would be lost.",
-                formatHexRange(address, end - 1).c_str(), region.unitSize);
+                formatHexRange(address, last).c_str(), region->unitSize);
         }
-        plans.push_back(UnitPlan{at, region.unitSize, UnitRewrite, 0, false});
-        at += region.unitSize;
+        plans.push_back(UnitPlan{at, region->unitSize, UnitRewrite, 0, false});
+        if (unitLast >= last) {
+            return plans;
+        }
+        at = unitLast + 1;
     }
+}
+
+FlashProgrammer::Report FlashProgrammer::erase(uint64_t address, uint64_t size,
+                                               IIntermediateResult* progress) {
+    Report report;
+    // All units first, so that a range with a bad end or a hole is refused
+    // before anything is erased.
+    std::vector<UnitPlan> plans = eraseUnitsOf(address, size);
     std::vector<UnitPlan*> pointers;
     for (UnitPlan& plan : plans) {
         pointers.push_back(&plan);

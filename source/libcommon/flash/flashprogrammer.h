@@ -270,6 +270,12 @@ public:
     // Erases all of the flash.
     Report eraseAll(IIntermediateResult* progress);
 
+    // The checks that program() and erase() make before they touch the
+    // flash, for callers that want to tell bad input from a failing target:
+    // both throw ERR_ADDRESS_RANGE.
+    void checkImage(const FlashImage& image) const;
+    std::vector<UnitPlan> eraseUnitsOf(uint64_t address, uint64_t size) const;
+
     // "0x<first>-0x<last>", as the messages name ranges.
     static std::string formatHexRange(uint64_t first, uint64_t last);
 
