@@ -16,6 +16,18 @@ bool allErased(InIt data, uint32_t size, unsigned char erased) {
     return std::all_of(data, data + size, [erased](unsigned char b) { return b == erased; });
 }
 
+// Reads through an accessor; a byte that could not be read ends the run, as
+// the planner cannot compare or keep what it does not know.
+void readFlash(IMemoryAccessor& accessor, uint64_t address, uint32_t size,
+               std::vector<unsigned char>::iterator data) {
+    boost::shared_ptr<MemoryError> error(new MemoryError);
+    accessor.read(address, size, data, error, nullptr);
+    if (!error->isOk()) {
+        CoreException::createAndThrow("", ERR_OPERATION_FAILED, "Reading flash failed at %s",
+                                      error->getMessage(MemoryError::SUMMARY_ADDRESS).c_str());
+    }
+}
+
 }  // namespace
 
 // ---- FlashImage ------------------------------------------------------------
@@ -106,12 +118,7 @@ const FlashRegion& AccessorFlashUnits::regionOf(uint64_t address) const {
 
 void AccessorFlashUnits::read(uint64_t address, uint32_t size,
                               std::vector<unsigned char>::iterator data) {
-    boost::shared_ptr<MemoryError> error(new MemoryError);
-    accessor->read(address, size, data, error, nullptr);
-    if (!error->isOk()) {
-        CoreException::createAndThrow("", ERR_OPERATION_FAILED, "Reading flash failed at %s",
-                                      error->getMessage(MemoryError::SUMMARY_ADDRESS).c_str());
-    }
+    readFlash(*accessor, address, size, data);
 }
 
 void AccessorFlashUnits::eraseUnit(uint64_t address, uint32_t size) {
@@ -178,12 +185,7 @@ void InternalFlashUnits::end() {
 
 void InternalFlashUnits::read(uint64_t address, uint32_t size,
                               std::vector<unsigned char>::iterator data) {
-    boost::shared_ptr<MemoryError> error(new MemoryError);
-    memory->read(address, size, data, error, nullptr);
-    if (!error->isOk()) {
-        CoreException::createAndThrow("", ERR_OPERATION_FAILED, "Reading flash failed at %s",
-                                      error->getMessage(MemoryError::SUMMARY_ADDRESS).c_str());
-    }
+    readFlash(*memory, address, size, data);
 }
 
 void InternalFlashUnits::eraseUnit(uint64_t address, uint32_t size) {
