@@ -36,8 +36,11 @@ namespace {
 
 volatile std::sig_atomic_t interrupted = 0;
 
+// The first Ctrl-C asks the planner to stop between two erase units; a
+// second one ends the program at once.
 extern "C" void onInterrupt(int) {
     interrupted = 1;
+    std::signal(SIGINT, SIG_DFL);
 }
 
 std::string hex(uint64_t value) {
