@@ -396,7 +396,9 @@ void FlashProgrammer::planUnit(Unit& unit, const Options& options, Report& repor
 
 void FlashProgrammer::programUnit(Unit& unit, bool dryRun, Report& report) {
     const UnitPlan& plan = unit.plan;
-    if (plan.unlock) {
+    // A lock covers more than one unit on most controllers: the unlock of a
+    // neighbour may have done this one's already.
+    if (plan.unlock && (dryRun || flash.isLocked(plan.address, plan.size))) {
         if (!dryRun) {
             flash.unlock(plan.address, plan.size);
         }
@@ -609,7 +611,7 @@ void FlashProgrammer::eraseEverything(bool dryRun, Report& report) {
 }
 
 void FlashProgrammer::eraseUnit(const UnitPlan& plan, Report& report) {
-    if (plan.unlock) {
+    if (plan.unlock && flash.isLocked(plan.address, plan.size)) {
         flash.unlock(plan.address, plan.size);
         ++report.unlockCommands;
     }
