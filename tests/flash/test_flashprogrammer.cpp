@@ -210,14 +210,16 @@ TEST(FlashProgrammer, BlankChipTakesTheImageInWholeUnitsAndKeepsTheRest) {
 
     FlashProgrammer::Report report = FlashProgrammer(flash).program(image, {}, nullptr);
 
-    EXPECT_EQ((std::vector<uint64_t>{0x100, 0x200, 0x1400}), flash.erased);
+    // The unit at 0x200 was blank: it is programmed without an erase.
+    EXPECT_EQ((std::vector<uint64_t>{0x100, 0x1400}), flash.erased);
+    EXPECT_EQ(FlashProgrammer::UnitProgram, report.units[1].action);
     EXPECT_EQ(0x12, flash.bytes[0x100]);
     EXPECT_EQ(data[0], flash.bytes[0x110]);
     EXPECT_EQ(data.back(), flash.bytes[0x2FF]);
     EXPECT_EQ(0x56, flash.bytes[0x17FF]);
     EXPECT_EQ(0xFF, flash.bytes[0x300]);
-    EXPECT_EQ(3u, report.eraseCommands);
-    EXPECT_EQ(0x100u + 0x100 + 0x400, report.bytesErased);
+    EXPECT_EQ(2u, report.eraseCommands);
+    EXPECT_EQ(0x100u + 0x400, report.bytesErased);
     EXPECT_EQ(report.bytesWritten, flash.bytesWritten);
     EXPECT_EQ(0u, report.unitsSkipped);
     EXPECT_EQ(1, flash.begins);
@@ -368,13 +370,14 @@ TEST(FlashProgrammer, LockedUnitsAreUnlockedOrRefusedBeforeTheFirstWrite) {
 
 TEST(FlashProgrammer, CancelStopsBetweenUnitsAndClosesTheRun) {
     FakeFlash flash(twoRegions());
+    std::fill(flash.bytes.begin(), flash.bytes.end(), 0x00);
     const Bytes data = pattern(0x400, 8);
     CancelAfter progress(2);
     EXPECT_THROW(FlashProgrammer(flash).program(imageOf(0, data), {}, &progress),
                  InterruptedException);
     EXPECT_EQ(2u, flash.erased.size());
     EXPECT_TRUE(std::equal(data.begin(), data.begin() + 0x200, flash.bytes.begin()));
-    EXPECT_EQ(0xFF, flash.bytes[0x200]);
+    EXPECT_EQ(0x00, flash.bytes[0x200]);
     EXPECT_EQ(1, flash.ends);
 }
 
@@ -622,12 +625,12 @@ public:
     mutable std::vector<std::string> log;
 };
 
-// Reads give blank flash.
-class BlankMemory : public IMemoryAccessor {
+// Reads give programmed flash, so that every unit needs its erase.
+class ProgrammedMemory : public IMemoryAccessor {
 public:
     void read(uint64_t, unsigned int size, Bytes::iterator data, boost::shared_ptr<MemoryError>,
               IIntermediateResult*) override {
-        std::fill_n(data, size, 0xFF);
+        std::fill_n(data, size, 0x00);
     }
     void write(uint64_t, unsigned int, Bytes::const_iterator, boost::shared_ptr<MemoryError>,
                IIntermediateResult*, bool) override {}
@@ -637,7 +640,7 @@ public:
 
 TEST(InternalFlashUnits, ErasesUnlocksAndClosesEveryRunThroughTheDriver) {
     auto driver = boost::make_shared<LoggingDriver>();
-    InternalFlashUnits flash(driver, boost::make_shared<BlankMemory>(), false);
+    InternalFlashUnits flash(driver, boost::make_shared<ProgrammedMemory>(), false);
     ASSERT_EQ(2u, flash.getRegions().size());
     EXPECT_EQ(0x100u, flash.getRegions()[0].unitSize);  // 4 pages
     EXPECT_EQ(0x9000u, flash.getRegions()[1].start);
@@ -647,8 +650,8 @@ TEST(InternalFlashUnits, ErasesUnlocksAndClosesEveryRunThroughTheDriver) {
 
     FlashImage image = imageOf(0x10F0, pattern(0x20, 1));  // two units, the second locked
     FlashProgrammer(flash).program(image, {}, nullptr);
-    EXPECT_EQ((std::vector<std::string>{"erase 4096 256", "program 4288 64", "unlock 4352 256",
-                                        "erase 4352 256", "program 4352 64", "restore"}),
+    EXPECT_EQ((std::vector<std::string>{"erase 4096 256", "program 4096 256", "unlock 4352 256",
+                                        "erase 4352 256", "program 4352 256", "restore"}),
               driver->log);
 
     // The controller's report at the end of the run is the run's failure.

@@ -292,17 +292,25 @@ std::string FlashProgrammer::formatHexRange(uint64_t first, uint64_t last) {
     return text;
 }
 
-bool FlashProgrammer::rangeEqual(uint64_t address, InIt expected, uint32_t size, Report& report,
-                                 bool findMismatch) {
+bool FlashProgrammer::checkOnTarget(uint64_t address, InIt expected, uint32_t size, Report& report,
+                                    bool& equal) {
     const uint32_t alignment = flash.checksumAlignment();
     uint32_t value = 0;
-    if (address % alignment == 0 && size % alignment == 0 && flash.checksum(address, size, value)) {
-        ++report.checksumCommands;
-        if (value == flash.expectedChecksum(expected, size)) {
-            return true;
-        }
-        if (!findMismatch) {
-            return false;
+    if (address % alignment != 0 || size % alignment != 0 ||
+        !flash.checksum(address, size, value)) {
+        return false;
+    }
+    ++report.checksumCommands;
+    equal = value == flash.expectedChecksum(expected, size);
+    return true;
+}
+
+bool FlashProgrammer::rangeEqual(uint64_t address, InIt expected, uint32_t size, Report& report,
+                                 bool findMismatch) {
+    bool equal = false;
+    if (checkOnTarget(address, expected, size, report, equal)) {
+        if (equal || !findMismatch) {
+            return equal;
         }
         // The check value says that something differs; only the bytes can
         // say where.
@@ -310,7 +318,7 @@ bool FlashProgrammer::rangeEqual(uint64_t address, InIt expected, uint32_t size,
     std::vector<unsigned char> found(size);
     flash.read(address, size, found.begin());
     report.bytesRead += size;
-    bool equal = true;
+    equal = true;
     for (uint32_t i = 0; i < size; ++i) {
         if (found[i] == expected[i]) {
             continue;
@@ -330,17 +338,11 @@ bool FlashProgrammer::rangeEqual(uint64_t address, InIt expected, uint32_t size,
 }
 
 bool FlashProgrammer::piecesEqual(const Unit& unit, Report& report, bool checksumOnly) {
-    const uint32_t alignment = flash.checksumAlignment();
     for (const Piece& piece : unit.pieces) {
         const uint64_t address = unit.plan.address + piece.offset;
+        bool equal = false;
         if (checksumOnly) {
-            uint32_t value = 0;
-            if (address % alignment || piece.size % alignment ||
-                !flash.checksum(address, piece.size, value)) {
-                return false;
-            }
-            ++report.checksumCommands;
-            if (value != flash.expectedChecksum(piece.data, piece.size)) {
+            if (!checkOnTarget(address, piece.data, piece.size, report, equal) || !equal) {
                 return false;
             }
         } else if (!rangeEqual(address, piece.data, piece.size, report, false)) {
@@ -369,29 +371,43 @@ void FlashProgrammer::planUnit(Unit& unit, const Options& options, Report& repor
         plan.action = equal ? UnitSkip : UnitProgram;
         return;
     }
-    if (plan.imageBytes == plan.size) {
+    const bool whole = plan.imageBytes == plan.size;
+    if (whole) {
         unit.content.assign(plan.size, erased);
         overlay();
         unit.wholeKnown = true;
-        const bool equal = options.skipEqual &&
-                           rangeEqual(plan.address, unit.content.begin(), plan.size, report, false);
-        plan.action = equal ? UnitSkip : UnitRewrite;
-        return;
-    }
-    // A partly covered unit. Where the target checks ranges itself, an
-    // unchanged image costs no read; otherwise the unit is read, since its
-    // other bytes are needed to rewrite it anyway.
-    if (options.skipEqual && piecesEqual(unit, report, true)) {
+        bool equal = false;
+        if (!options.skipEqual) {
+            plan.action = UnitRewrite;
+            return;
+        }
+        if (checkOnTarget(plan.address, unit.content.cbegin(), plan.size, report, equal)) {
+            plan.action = equal ? UnitSkip : UnitRewrite;
+            return;
+        }
+    } else if (options.skipEqual && piecesEqual(unit, report, true)) {
+        // A partly covered unit that the target's check value finds unchanged
+        // costs no read.
         plan.action = UnitSkip;
         return;
     }
-    unit.content.resize(plan.size);
-    flash.read(plan.address, plan.size, unit.content.begin());
+    // The unit is read: to compare it, and for a partly covered one to keep
+    // its other bytes. A unit found blank needs no erase. (A check value
+    // alone never makes a unit count as blank: a value that matches by chance
+    // would leave bits unerased under the new data.)
+    std::vector<unsigned char> current(plan.size);
+    flash.read(plan.address, plan.size, current.begin());
     report.bytesRead += plan.size;
-    const std::vector<unsigned char> current = unit.content;
-    overlay();
-    unit.wholeKnown = true;
-    plan.action = options.skipEqual && current == unit.content ? UnitSkip : UnitRewrite;
+    if (!whole) {
+        unit.content = current;
+        overlay();
+        unit.wholeKnown = true;
+    }
+    if (options.skipEqual && current == unit.content) {
+        plan.action = UnitSkip;
+    } else {
+        plan.action = allErased(current.cbegin(), plan.size, erased) ? UnitProgram : UnitRewrite;
+    }
 }
 
 void FlashProgrammer::programUnit(Unit& unit, bool dryRun, Report& report) {

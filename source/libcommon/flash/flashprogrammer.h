@@ -224,7 +224,7 @@ public:
     enum UnitAction {
         UnitSkip,     // already equal
         UnitRewrite,  // erase, then program the merged content
-        UnitProgram   // program only (after a chip erase, or without erase)
+        UnitProgram   // program only: the unit is blank, or not to be erased
     };
 
     struct UnitPlan {
@@ -300,6 +300,10 @@ private:
     // With checksumOnly, false as soon as a piece cannot be checked on the
     // target, so that the caller reads instead.
     bool piecesEqual(const Unit& unit, Report& report, bool checksumOnly);
+    // Compares a range through the target's check value; false when the
+    // target has none for it.
+    bool checkOnTarget(uint64_t address, std::vector<unsigned char>::const_iterator expected,
+                       uint32_t size, Report& report, bool& equal);
     // With findMismatch, a difference is located and counted in report.
     bool rangeEqual(uint64_t address, std::vector<unsigned char>::const_iterator expected,
                     uint32_t size, Report& report, bool findMismatch);
