@@ -51,6 +51,9 @@ boost::shared_ptr<ITarget> createSimulatedTarget(boost::shared_ptr<DIDevice> dev
     if (arch.compare(0, 5, "TARN8") == 0) {
         return createTarn8Target(device);
     }
+    if (device->getModule("NVMCTRL")) {
+        return createNvmTarget(device);
+    }
     throw TargetError("no simulated chip for " + device->getName() + " (architecture " + arch +
                       ") yet");
 }

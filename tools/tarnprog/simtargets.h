@@ -33,6 +33,7 @@ void checkState(const std::string& path, const ChipState& state, const std::stri
                 const std::vector<std::pair<std::string, size_t>>& blocks);
 
 boost::shared_ptr<ITarget> createTarn8Target(boost::shared_ptr<DIDevice> device);
+boost::shared_ptr<ITarget> createNvmTarget(boost::shared_ptr<DIDevice> device);
 
 }  // namespace tarnprog
 
