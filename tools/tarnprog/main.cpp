@@ -403,7 +403,12 @@ void program(Session& s, const ProgramArgs& args) {
     if (args.dryRun) {
         sayPlan(s, report);
     }
-    s.say(text);
+    std::string line = text;
+    if (report.unlockCommands != 0) {
+        line += "; unlocked " + std::to_string(report.unlockCommands) + " locked unit" +
+                (report.unlockCommands == 1 ? "" : "s") + " first";
+    }
+    s.say(line);
     sayMismatch(report);
 }
 
