@@ -6,6 +6,7 @@
 set -euo pipefail
 TARNPROG=$(cd "$(dirname "$1")" && pwd)/$(basename "$1")
 CASE=$(cd "$(dirname "$2")" && pwd)/$(basename "$2")
+ROOT=$(cd "$(dirname "$0")/../.." && pwd)  # the source tree, for its device files
 WORK=$(mktemp -d)
 trap 'rm -rf "$WORK"' EXIT
 cd "$WORK"

@@ -4,11 +4,15 @@
 
 #include "libcommon/core/status.h"
 #include "libcommon/device/devicefile.h"
+#include "libcommon/device/devicesupportinfo.h"
+
+#include <Poco/Util/MapConfiguration.h>
 
 #include <boost/algorithm/string/predicate.hpp>
 #include <boost/filesystem.hpp>
 
 #include <algorithm>
+#include <iostream>
 #include <map>
 
 namespace fs = boost::filesystem;
@@ -27,10 +31,32 @@ std::string installedDevices() {
     return (self.parent_path() / TARNPROG_INSTALLED_DEVICES).lexically_normal().string();
 }
 
+// The process-wide index of the part packs, pointed at packsDirectory when
+// one is given. A pack that cannot be read leaves the index without packs.
+DeviceSupportInfoHelper* partPacks(const std::string& packsDirectory) {
+    static bool configured = false;
+    if (!configured) {
+        configured = true;
+        if (!packsDirectory.empty()) {
+            Poco::AutoPtr<Poco::Util::MapConfiguration> config(new Poco::Util::MapConfiguration);
+            config->setString("com.velmora.hil.core.extension", packsDirectory);
+            DeviceSupportInfoHelper::setConfiguration(config);
+        }
+        try {
+            return DeviceSupportInfoHelper::getDeviceSupportHelper();
+        } catch (const std::exception& e) {
+            std::cerr << "tarnprog: warning: part packs: " << e.what() << '\n';
+        }
+    }
+    return DeviceSupportInfoHelper::getDeviceSupportHelper();
+}
+
 }  // namespace
 
-DeviceDirectory::DeviceDirectory(const std::vector<std::string>& extraDirectories)
-    : directories(extraDirectories) {
+DeviceDirectory::DeviceDirectory(const std::vector<std::string>& extraDirectories,
+                                 const std::string& packsDirectory)
+    : extra(extraDirectories), directories(extraDirectories) {
+    packs = partPacks(packsDirectory);
     boost::system::error_code ec;
     const std::string installed = installedDevices();
     if (!installed.empty() && fs::is_directory(installed, ec)) {
@@ -42,7 +68,7 @@ DeviceDirectory::DeviceDirectory(const std::vector<std::string>& extraDirectorie
 
 std::vector<KnownDevice> DeviceDirectory::list() const {
     std::map<std::string, std::string> found;
-    for (const std::string& directory : directories) {
+    auto addDirectory = [&found](const std::string& directory) {
         boost::system::error_code ec;
         for (fs::directory_iterator it(directory, ec), end; !ec && it != end; it.increment(ec)) {
             const fs::path path = it->path();
@@ -50,12 +76,35 @@ std::vector<KnownDevice> DeviceDirectory::list() const {
                 found.emplace(path.stem().string(), path.string());
             }
         }
+    };
+    for (const std::string& directory : extra) {
+        addDirectory(directory);
     }
+    for (const DeviceSupportInfoHelper::PackPtr& pack : packs->GetPacks()) {
+        for (size_t i = 0; i < pack->mDeviceNames.size(); ++i) {
+            // The pack that answers for a name is the one the lookup uses.
+            if (packs->GetPack(pack->mDeviceNames[i]) == pack) {
+                found.emplace(pack->mDeviceNames[i], pack->mDeviceFiles[i]);
+            }
+        }
+    }
+    addDirectory(directories.back());
     std::vector<KnownDevice> devices;
     for (const auto& entry : found) {
         devices.push_back(KnownDevice{entry.first, entry.second});
     }
     return devices;
+}
+
+std::string DeviceDirectory::findInDirectories(const std::vector<std::string>& in,
+                                               const std::string& name) const {
+    for (const std::string& directory : in) {
+        const std::string path = DeviceFile::findDeviceFile(directory, name);
+        if (!path.empty()) {
+            return path;
+        }
+    }
+    return std::string();
 }
 
 boost::shared_ptr<DIDevice> DeviceDirectory::load(const std::string& nameOrPath) const {
@@ -64,11 +113,12 @@ boost::shared_ptr<DIDevice> DeviceDirectory::load(const std::string& nameOrPath)
         boost::algorithm::ends_with(nameOrPath, ".xml")) {
         path = nameOrPath;
     } else {
-        for (const std::string& directory : directories) {
-            path = DeviceFile::findDeviceFile(directory, nameOrPath);
-            if (!path.empty()) {
-                break;
-            }
+        path = findInDirectories(extra, nameOrPath);
+        if (path.empty()) {
+            path = packs->GetDeviceFile(nameOrPath);
+        }
+        if (path.empty()) {
+            path = findInDirectories({directories.back()}, nameOrPath);
         }
     }
     if (path.empty()) {

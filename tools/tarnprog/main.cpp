@@ -105,6 +105,7 @@ private:
 
 struct Globals {
     std::vector<std::string> deviceDirs;
+    std::string packs;
     std::string state;
     bool quiet = false;
     bool json = false;
@@ -116,7 +117,7 @@ class Session {
 public:
     Session(const Globals& globals, const std::string& deviceName)
         : globals(globals), start(std::chrono::steady_clock::now()) {
-        device = DeviceDirectory(globals.deviceDirs).load(deviceName);
+        device = DeviceDirectory(globals.deviceDirs, globals.packs).load(deviceName);
         target = createSimulatedTarget(device);
         statePath =
             globals.state.empty() ? ".tarnprog/" + device->getName() + ".state" : globals.state;
@@ -286,7 +287,7 @@ struct ImageArgs {
 };
 
 void listDevices(const Globals& globals) {
-    DeviceDirectory directory(globals.deviceDirs);
+    DeviceDirectory directory(globals.deviceDirs, globals.packs);
     json_spirit::Array list;
     for (const KnownDevice& known : directory.list()) {
         json_spirit::Object entry;
@@ -642,6 +643,9 @@ int run(int argc, char** argv) {
     Globals globals;
     app.add_option("--device-dir", globals.deviceDirs,
                    "look for device files here first (repeatable)");
+    app.add_option("--packs", globals.packs,
+                   "extensions directory of the installed part packs (default: ../extensions "
+                   "beside the program)");
     app.add_option("--state", globals.state,
                    "state file of the simulated chip (default .tarnprog/DEVICE.state)");
     app.add_flag("-q,--quiet", globals.quiet, "no progress lines");

@@ -52,8 +52,8 @@ public:
         const char* block = info.isU2409 ? "U2409" : info.isU2802 ? "U2802" : "plain";
         char text[200];
         std::snprintf(text, sizeof text,
-                      "NVMCTRL (%s block) at 0x%llx: erase unit %u pages, %u lock regions%s",
-                      block, static_cast<unsigned long long>(info.registerBase),
+                      "NVMCTRL (%s block) at 0x%llx: erase unit %u pages, %u lock regions%s", block,
+                      static_cast<unsigned long long>(info.registerBase),
                       static_cast<unsigned>(info.eraseUnitPages), regionCount(),
                       info.hasUserPage ? ", user page" : "");
         return text;
@@ -83,8 +83,7 @@ public:
                                      hexText(start + known.second - 1) + ")");
                 }
                 std::vector<unsigned char> data(size);
-                chip->read(address, size, data.begin(), boost::shared_ptr<MemoryError>(),
-                           nullptr);
+                chip->read(address, size, data.begin(), boost::shared_ptr<MemoryError>(), nullptr);
                 return data;
             }
             names += (names.empty() ? "" : ", ") + known.first;
@@ -133,11 +132,11 @@ public:
             state.blocks.emplace_back(name, chip->getRegionBytes(name));
         }
         const uint32_t lock = chip->getLockBits();
-        state.blocks.emplace_back("lockbits", std::vector<unsigned char>{
-                                                  static_cast<unsigned char>(lock),
-                                                  static_cast<unsigned char>(lock >> 8),
-                                                  static_cast<unsigned char>(lock >> 16),
-                                                  static_cast<unsigned char>(lock >> 24)});
+        state.blocks.emplace_back(
+            "lockbits", std::vector<unsigned char>{static_cast<unsigned char>(lock),
+                                                   static_cast<unsigned char>(lock >> 8),
+                                                   static_cast<unsigned char>(lock >> 16),
+                                                   static_cast<unsigned char>(lock >> 24)});
         state.blocks.emplace_back(
             "security",
             std::vector<unsigned char>{static_cast<unsigned char>(chip->getSecurityLevel())});
@@ -153,8 +152,8 @@ public:
             }
         }
         char text[160];
-        std::snprintf(text, sizeof text, "%u lock regions of 0x%x bytes; locked: %s",
-                      regionCount(), regionSize(), locked.empty() ? "none" : locked.c_str());
+        std::snprintf(text, sizeof text, "%u lock regions of 0x%x bytes; locked: %s", regionCount(),
+                      regionSize(), locked.empty() ? "none" : locked.c_str());
         return {text, "security level " + std::to_string(chip->getSecurityLevel())};
     }
 
@@ -172,9 +171,7 @@ public:
     }
 
     void setSecurityLevel(int level) override {
-        run([&]() {
-            driver->setSecurityLevel(static_cast<InternalFlash::SecurityLevel>(level));
-        });
+        run([&]() { driver->setSecurityLevel(static_cast<InternalFlash::SecurityLevel>(level)); });
     }
 
     std::vector<unsigned char> readUserPage() override {
