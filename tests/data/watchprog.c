@@ -95,6 +95,7 @@ const char *greeting = "hello";
 int *p_int = &c_int;
 struct point *p_point = &points[1];
 int **pp_int = &p_int;
+void *opaque = &w;
 struct node nodes[3] = {{7, &nodes[1]}, {8, &nodes[2]}, {9, 0}};
 struct node *list = &nodes[0];
 volatile unsigned int v_counter = 0x1020;
@@ -107,9 +108,14 @@ int combine(int a, int b)
 {
     int sum = a + b;
     struct point local = {(short)a, (short)b};
+    short origin = (short)(a - b); /* hides the global of that name */
     static int calls = 11;
     calls++;
-    return sum * local.x + calls + file_static;
+    {
+        int inner = sum * 2;
+        sum += inner;
+    }
+    return sum * local.x + calls + file_static + origin;
 }
 
 void start(void)

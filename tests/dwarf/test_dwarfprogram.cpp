@@ -172,6 +172,8 @@ TEST_P(EachProgram, EnumsKeepSignedAndAnonymousConstants) {
     EXPECT_EQ("BLUE", colour->enumerators[2].name);
     EXPECT_EQ(6u, colour->enumerators[2].value);
     EXPECT_EQ(static_cast<uint64_t>(-3), colour->enumerators[3].value);
+    EXPECT_EQ(std::make_pair(colour, size_t(2)), program->findEnumerator("BLUE"));
+    EXPECT_EQ(nullptr, program->findEnumerator("BLU").first);
     const DwarfType* mode = global("e_mode").type;
     ASSERT_EQ(DwarfType::TYPEDEF, mode->kind);
     EXPECT_EQ("", mode->target->name);

@@ -602,6 +602,8 @@ void DwarfReader::index() {
         return have->declaration && !candidate->declaration;
     };
     for (const DwarfType& t : program.types) {
+        for (size_t i = 0; i < t.enumerators.size(); ++i)
+            program.enumerators.emplace(t.enumerators[i].name, std::make_pair(&t, i));
         if (t.name.empty()) continue;
         std::string key;
         switch (t.kind) {
@@ -749,6 +751,12 @@ const DwarfType* DwarfProgram::findType(const std::string& name) const {
         if (t != typesByName.end()) return t->second;
     }
     return nullptr;
+}
+
+std::pair<const DwarfType*, size_t> DwarfProgram::findEnumerator(const std::string& name) const {
+    auto e = enumerators.find(name);
+    return e != enumerators.end() ? e->second
+                                  : std::make_pair<const DwarfType*, size_t>(nullptr, 0);
 }
 
 const DwarfType* DwarfProgram::findBaseType(const std::string& name) const {

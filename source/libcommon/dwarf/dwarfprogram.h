@@ -154,6 +154,9 @@ public:
     // A type by typedef, tag or base type name. Where a typedef and a tag
     // share a name the typedef wins; complete types win over declarations.
     const DwarfType* findType(const std::string& name) const;
+    // An enumeration constant: its enum type and its position there, or a
+    // null type. The first enum that declares the name wins.
+    std::pair<const DwarfType*, size_t> findEnumerator(const std::string& name) const;
     // A base type by its DWARF name ("int", "long unsigned int", ...).
     const DwarfType* findBaseType(const std::string& name) const;
     // The size in bytes of the target's pointers (from the ELF class).
@@ -176,6 +179,7 @@ private:
     std::map<uint64_t, size_t> functionsByAddress;  // lowPc -> index
     std::unordered_map<std::string, const DwarfType*> typesByName;
     std::unordered_map<std::string, const DwarfType*> baseTypes;
+    std::unordered_map<std::string, std::pair<const DwarfType*, size_t>> enumerators;
 };
 
 #endif
