@@ -1,5 +1,6 @@
 #include "image.h"
 
+#include "elf.h"
 #include "errors.h"
 
 #include "libcommon/image/hexwriter.h"
@@ -94,7 +95,9 @@ FlashImage loadImage(const std::string& path, ImageFormat format, bool haveBase,
         throw UsageError("cannot open image " + path + ": " + systemError());
     }
     FlashImage image;
-    if (isHexFile(path, format)) {
+    if (format == ImageFormat::Auto && !haveBase && isElfFile(path)) {
+        image = loadElfImage(path);
+    } else if (isHexFile(path, format)) {
         if (haveBase) {
             throw UsageError("--base applies to binary images; " + path +
                              " is Intel HEX and carries its own addresses");

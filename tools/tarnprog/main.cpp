@@ -657,7 +657,7 @@ int run(int argc, char** argv) {
             ->required();
     };
     auto addImage = [](CLI::App* command, ImageArgs& image) {
-        command->add_option("FILE", image.file, "image: Intel HEX (.hex) or raw binary")
+        command->add_option("FILE", image.file, "image: Intel HEX (.hex), ELF program or raw binary")
             ->required();
         command->add_option("--base", image.base, "load address of a binary image");
         command->add_option("--format", image.format, "image format: auto, hex or bin")
