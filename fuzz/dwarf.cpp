@@ -5,7 +5,9 @@
 
 #include "libcommon/core/status.h"
 #include "libcommon/dwarf/dwarfprogram.h"
+#include "libcommon/dwarf/dwarfsymbolinformation.h"
 #include "libcommon/dwarf/elfimage.h"
+#include "libcommon/isymbolcontext.h"
 
 #include <boost/make_shared.hpp>
 
@@ -38,6 +40,21 @@ void walk(const DwarfProgram& program, IMemoryAccessor& memory) {
     program.findType("point");
 }
 
+// Walks a symbol context as the engine's type builder does, to a bounded
+// depth: a damaged type graph must not make it loop or crash.
+void visit(const boost::shared_ptr<ISymbolContext>& c, int depth) {
+    if (!c || depth > 8) return;
+    c->getName();
+    c->getTypeClass();
+    c->getSize();
+    c->getArrayDimensions();
+    c->getValue();
+    visit(c->getTypeContext(), depth + 1);
+    visit(c->getBaseTypeContext(), depth + 1);
+    for (const auto& child : c->getChildren(ISymbolContext::SYMBOL_UNKNOWN))
+        visit(child, depth + 1);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -48,6 +65,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         ElfImageMemoryAccessor memory(image);
         boost::shared_ptr<DwarfProgram> program = DwarfProgram::read(image);
         walk(*program, memory);
+        DwarfSymbolInformation symbols(program);
+        symbols.getCompilerInfo();
+        for (const char* name : {"pkt", "nodes", "status", "point", "reg32", "BLUE"}) {
+            visit(symbols.findGlobalSymbol(name, false), 0);
+            visit(symbols.findGlobalSymbol(name, true), 0);
+        }
     } catch (const CoreException&) {
     }
     return 0;
