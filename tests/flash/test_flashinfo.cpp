@@ -2,6 +2,8 @@
 // files, and small descriptions built in code for the edges the samples
 // do not reach.
 
+#include "nvmrig.h"
+
 #include "libcommon/core/status.h"
 #include "libcommon/device/devicefile.h"
 #include "libcommon/device/devicemodel.h"
@@ -14,19 +16,6 @@
 #include <string>
 
 namespace {
-
-// Code (0 for a GenericError) and text of what f throws.
-std::pair<unsigned, std::string> failure(const std::function<void()>& f) {
-    try {
-        f();
-    } catch (const GenericError& e) {
-        return {0u, e.what()};
-    } catch (const CoreException& e) {
-        return {unsigned(e.getStatus()->getErrorCode()), e.what()};
-    }
-    ADD_FAILURE() << "nothing thrown";
-    return {0u, std::string()};
-}
 
 struct NvmDevice {
     boost::shared_ptr<ModelDevice> device =
@@ -129,20 +118,20 @@ TEST(NvmControllerInformation, BrokenDescriptionsAreRefused) {
     EXPECT_EQ(std::make_pair(0u, std::string("Memory segment description error in the VXDF "
                                              "file(no NVMCTRL, addres space element or FLASH "
                                              "segment).")),
-              failure([&] { NvmControllerInformation info(noFlash); }));
+              thrown([&] { NvmControllerInformation info(noFlash); }));
 
     auto device = boost::make_shared<ModelDevice>("Z", "CORTEX-M0PLUS", "z");
     device->addAddressSpace("base", 0, 0x100000000)->addSegment("FLASH", "flash", 0, 0x100, 0);
     device->addModule("NVMCTRL", "N1");
     EXPECT_EQ("Page size cannot be 0.",
-              failure([&] { NvmControllerInformation info(device); }).second);
+              thrown([&] { NvmControllerInformation info(device); }).second);
 
     auto noGroup = boost::make_shared<ModelDevice>("G", "CORTEX-M0PLUS", "g");
     noGroup->addAddressSpace("base", 0, 0x100000000)->addSegment("FLASH", "flash", 0, 0x100, 64);
     noGroup->addModule("NVMCTRL", "N1")->addRegisterGroup("OTHER", 0x41004000);
     EXPECT_EQ(std::make_pair(unsigned(ERR_DEVICE_FILE),
                              std::string("Could not find  NVMCTRL register group.")),
-              failure([&] { NvmControllerInformation info(noGroup); }));
+              thrown([&] { NvmControllerInformation info(noGroup); }));
 }
 
 namespace {
@@ -206,13 +195,13 @@ TEST(EeFlashInformation, MissingPiecesNameWhatIsMissing) {
     module->addRegisterGroup("EFC", 0)->addRegister("EEFC_FMR", 0, 4);
     EXPECT_EQ(std::make_pair(unsigned(ERR_DEVICE_FILE),
                              std::string("Could not find flash module EEFC_FCR register.")),
-              failure([&] { eefcInfo(noFrr); }));
+              thrown([&] { eefcInfo(noFrr); }));
 
     auto noLockbits = boost::make_shared<ModelDevice>("E", "CORTEX-M4", "x");
     noLockbits->addAddressSpace("base", 0, 0x100000000)->addSegment("FLASH", "flash", 0, 0x100, 64);
     noLockbits->addModule("EFC")->addPropertyGroup("P")->addProperty("PAGES_PR_REGION", 1);
     EXPECT_EQ("Could not find \"lockbits\" address space for EEFlash Module",
-              failure([&] { eefcInfo(noLockbits); }).second);
+              thrown([&] { eefcInfo(noLockbits); }).second);
 }
 
 TEST(PeltFlashInformation, RegistersArePlacedFromTheGroupBase) {
@@ -238,10 +227,10 @@ TEST(PeltFlashInformation, RegistersArePlacedFromTheGroupBase) {
     bare->addAddressSpace("base", 0, 0x100000000)->addSegment("FLASH", "flash", 0, 0x100, 0);
     bare->addModule("HFLASHC");
     EXPECT_EQ("Could not find flash pagesize from flash properties.",
-              failure([&] { PeltFlashInformation i(bare); }).second);
+              thrown([&] { PeltFlashInformation i(bare); }).second);
     auto none = boost::make_shared<ModelDevice>("P", "TARN32", "p");
     none->addAddressSpace("base", 0, 0x100000000)->addSegment("FLASH", "flash", 0, 0x100, 64);
     EXPECT_EQ(std::make_pair(unsigned(ERR_DEVICE_FILE),
                              std::string("Could not find flash controller for PELT device.")),
-              failure([&] { PeltFlashInformation i(none); }));
+              thrown([&] { PeltFlashInformation i(none); }));
 }

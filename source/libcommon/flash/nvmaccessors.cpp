@@ -1,14 +1,18 @@
 #include "libcommon/flash/nvmaccessors.h"
 
-NvmAccessor::NvmAccessor(boost::shared_ptr<NvmController> controller,
-                         boost::shared_ptr<IMemoryAccessor> inner)
+NvmAccessorBase::NvmAccessorBase(boost::shared_ptr<NvmController> controller,
+                                 boost::shared_ptr<IMemoryAccessor> inner)
     : controller(controller), inner(inner) {}
 
-void NvmAccessor::read(uint64_t address, unsigned int size,
-                       std::vector<unsigned char>::iterator data,
-                       boost::shared_ptr<MemoryError> error, IIntermediateResult* progress) {
+void NvmAccessorBase::read(uint64_t address, unsigned int size,
+                           std::vector<unsigned char>::iterator data,
+                           boost::shared_ptr<MemoryError> error, IIntermediateResult* progress) {
     inner->read(address, size, data, error, progress);
 }
+
+NvmAccessor::NvmAccessor(boost::shared_ptr<NvmController> controller,
+                         boost::shared_ptr<IMemoryAccessor> inner)
+    : NvmAccessorBase(controller, inner) {}
 
 void NvmAccessor::write(uint64_t address, unsigned int size,
                         std::vector<unsigned char>::const_iterator data,
@@ -23,13 +27,7 @@ void NvmAccessor::erase(uint64_t address, uint64_t size) {
 
 NvmAuxAccessor::NvmAuxAccessor(boost::shared_ptr<NvmController> controller,
                                boost::shared_ptr<IMemoryAccessor> inner)
-    : controller(controller), inner(inner) {}
-
-void NvmAuxAccessor::read(uint64_t address, unsigned int size,
-                          std::vector<unsigned char>::iterator data,
-                          boost::shared_ptr<MemoryError> error, IIntermediateResult* progress) {
-    inner->read(address, size, data, error, progress);
-}
+    : NvmAccessorBase(controller, inner) {}
 
 void NvmAuxAccessor::write(uint64_t address, unsigned int size,
                            std::vector<unsigned char>::const_iterator data,

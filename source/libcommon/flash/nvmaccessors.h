@@ -5,53 +5,53 @@
 // again, so a plug-in can stack a flash layer like any other. Reads (and
 // for NvmAccessor plain writes) go to an inner accessor; what needs the
 // controller goes to the driver. They mark nothing in a MemoryError: every
-// failure of the driver is an exception and passes through.
+// failure of the driver is an exception and passes through. Neither ends a
+// programming run: the caller does, with restoreCfgRegs on the driver.
 //
-//   NvmAccessor: erase is a plain eraseRegion; read and write pass to inner.
-//   NvmAuxAccessor: write is writeAux, erase is eraseAux; read passes to inner.
-// Neither restores the controller's configuration: the caller ends a run
-// with restoreCfgRegs on the driver.
+//   NvmAccessor: erase is a plain eraseRegion; write passes to inner.
+//   NvmAuxAccessor: write is writeAux, erase is eraseAux.
+// Both cut erase addresses and sizes to 32 bits.
 
 #include "libcommon/flash/nvmcontroller.h"
 #include "libcommon/imemoryaccessor.h"
 
 #include <boost/shared_ptr.hpp>
 
-class NvmAccessor : public IMemoryAccessor {
+// What both share: the driver, the inner accessor, and reads through it.
+class NvmAccessorBase : public IMemoryAccessor {
 public:
-    NvmAccessor(boost::shared_ptr<NvmController> controller,
-                boost::shared_ptr<IMemoryAccessor> inner);
-
     void read(uint64_t address, unsigned int size, std::vector<unsigned char>::iterator data,
               boost::shared_ptr<MemoryError> error, IIntermediateResult* progress) override;
-    void write(uint64_t address, unsigned int size, std::vector<unsigned char>::const_iterator data,
-               boost::shared_ptr<MemoryError> error, IIntermediateResult* progress,
-               bool erased) override;
-    // Address and size are cut to 32 bits.
-    void erase(uint64_t address, uint64_t size) override;
 
-private:
+protected:
+    NvmAccessorBase(boost::shared_ptr<NvmController> controller,
+                    boost::shared_ptr<IMemoryAccessor> inner);
+
     boost::shared_ptr<NvmController> controller;
     boost::shared_ptr<IMemoryAccessor> inner;
 };
 
-class NvmAuxAccessor : public IMemoryAccessor {
+class NvmAccessor : public NvmAccessorBase {
+public:
+    NvmAccessor(boost::shared_ptr<NvmController> controller,
+                boost::shared_ptr<IMemoryAccessor> inner);
+
+    void write(uint64_t address, unsigned int size, std::vector<unsigned char>::const_iterator data,
+               boost::shared_ptr<MemoryError> error, IIntermediateResult* progress,
+               bool erased) override;
+    void erase(uint64_t address, uint64_t size) override;
+};
+
+class NvmAuxAccessor : public NvmAccessorBase {
 public:
     NvmAuxAccessor(boost::shared_ptr<NvmController> controller,
                    boost::shared_ptr<IMemoryAccessor> inner);
 
-    void read(uint64_t address, unsigned int size, std::vector<unsigned char>::iterator data,
-              boost::shared_ptr<MemoryError> error, IIntermediateResult* progress) override;
     // error, progress and erased are not used.
     void write(uint64_t address, unsigned int size, std::vector<unsigned char>::const_iterator data,
                boost::shared_ptr<MemoryError> error, IIntermediateResult* progress,
                bool erased) override;
-    // Address and size are cut to 32 bits.
     void erase(uint64_t address, uint64_t size) override;
-
-private:
-    boost::shared_ptr<NvmController> controller;
-    boost::shared_ptr<IMemoryAccessor> inner;
 };
 
 #endif

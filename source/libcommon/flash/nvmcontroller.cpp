@@ -110,42 +110,43 @@ struct NvmController::Block {
 
 namespace {
 
-const NvmController::Block PLAIN = {0x14,
-                                    WIDTH_OF_INTFLAG,
-                                    0x01,
-                                    0x14,
-                                    WIDTH_OF_INTFLAG,
-                                    0x02,
-                                    0x02,
-                                    false,
-                                    true,
-                                    0x1C,
-                                    1,
-                                    0x80,
-                                    0x1E,
-                                    false,
-                                    false,
-                                    0x02,
-                                    0x1A,
-                                    0x05,
-                                    0x40,
-                                    0x41,
-                                    0x41,
-                                    {0x45, 0x45, 0x45},
-                                    4,
-                                    false,
-                                    4,
-                                    false};
+// clang-format off
+const NvmController::Block PLAIN = {
+    /* ready: offset, width, mask */            0x14, WIDTH_OF_INTFLAG, 0x01,
+    /* error: offset, width, mask */            0x14, WIDTH_OF_INTFLAG, 0x02,
+    /* clear: value, keep, status */            0x02, false, true,
+    /* address: offset, shift */                0x1C, 1,
+    /* config: clear, set, working, C */        0x80, 0x1E, false, false,
+    /* erase: flash, RWW, aux */                0x02, 0x1A, 0x05,
+    /* lock: set, clear, unlock */              0x40, 0x41, 0x41,
+    /* security by level */                     {0x45, 0x45, 0x45},
+    /* units: pages, aux by page, lock shift */ 4, false, 4,
+    /* Hlx7 rows */                             false};
 
 const NvmController::Block U2409 = {
-    0x12, 2,     0x01,  0x10,  2,    0x7E, 0x7F, true, false, 0x14, 0,
-    0x4,  0xF30, false, false, 0x01, 0x1A, 0x00, 0x40, 0x41,  0x12, {0x16, 0x16, 0x16},
-    16,   true,  5,     false};
+    /* ready: offset, width, mask */            0x12, 2, 0x01,
+    /* error: offset, width, mask */            0x10, 2, 0x7E,
+    /* clear: value, keep, status */            0x7F, true, false,
+    /* address: offset, shift */                0x14, 0,
+    /* config: clear, set, working, C */        0x4, 0xF30, false, false,
+    /* erase: flash, RWW, aux */                0x01, 0x1A, 0x00,
+    /* lock: set, clear, unlock */              0x40, 0x41, 0x12,
+    /* security by level */                     {0x16, 0x16, 0x16},
+    /* units: pages, aux by page, lock shift */ 16, true, 5,
+    /* Hlx7 rows */                             false};
 
 const NvmController::Block U2802 = {
-    0x18, 1,     0x04, 0x14, 1,    0x1E, 0x1E, false,   false, NO_CODE, 0,
-    0,    0x1E,  true, true, 0x02, 0x02, 0x02, NO_CODE, 0x41,  0x41,    {NO_CODE, 0x4B, 0x4C},
-    4,    false, 4,    true};
+    /* ready: offset, width, mask */            0x18, 1, 0x04,
+    /* error: offset, width, mask */            0x14, 1, 0x1E,
+    /* clear: value, keep, status */            0x1E, false, false,
+    /* address: offset, shift */                NO_CODE, 0,
+    /* config: clear, set, working, C */        0, 0x1E, true, true,
+    /* erase: flash, RWW, aux */                0x02, 0x02, 0x02,
+    /* lock: set, clear, unlock */              NO_CODE, 0x41, 0x41,
+    /* security by level */                     {NO_CODE, 0x4B, 0x4C},
+    /* units: pages, aux by page, lock shift */ 4, false, 4,
+    /* Hlx7 rows */                             true};
+// clang-format on
 
 }  // namespace
 
