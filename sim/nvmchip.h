@@ -133,8 +133,9 @@ public:
     void setDebugAccessLevel(unsigned level) { debugAccessLevel = level & 3; }
     unsigned getDebugAccessLevel() const { return debugAccessLevel; }
     // Registers back to their reset values (manual write mode, no error
-    // flags, not busy, empty page buffer); memories, lock bits and security
-    // level stay, as across a real reset.
+    // flags, not busy, empty page buffer), stuck-busy mode and injected
+    // failures off; memories, lock bits, security level and access level
+    // stay, as across a real reset.
     void reset();
 
     // ---- state, bypassing semantics and counters ----

@@ -80,6 +80,48 @@ TEST(NvmChip, WritesInManualModeProgramNothing) {
     }
 }
 
+TEST(NvmChip, RefusesAndLogsWhatTheControllerWouldRefuse) {
+    NvmRig rig("devices/CM0N256.xml");
+    auto poke = [&](uint64_t address, Bytes bytes) {
+        rig.chip->write(address, unsigned(bytes.size()), bytes.begin(),
+                        boost::shared_ptr<MemoryError>(), nullptr, false);
+    };
+    rig.chip->poke(0, Bytes(0x100, 0x00));
+    poke(0x41004000, {0x02, 0xA4});  // erase with a wrong key
+    EXPECT_EQ(0x02u, rig.chip->getErrorFlags());
+    EXPECT_EQ(Bytes(0x100, 0x00), rig.chip->peek(0, 0x100));
+    poke(0x41004014, {0x02});  // write-one-to-clear
+    EXPECT_EQ(0u, rig.chip->getErrorFlags());
+
+    poke(0x41004000, {0x02});  // half a command
+    EXPECT_EQ(1u, rig.chip->getViolations().size());
+    poke(0x4100401C, {0x00, 0x00, 0x20, 0x00});  // word address 0x200000: no memory there
+    poke(0x41004000, {0x02, 0xA5});
+    EXPECT_EQ(0x02u, rig.chip->getErrorFlags());
+    EXPECT_EQ(0x04u, rig.chip->peekRegister(0x18, 1) & 0x1C);  // PROGE
+
+    Bytes flags(1);
+    rig.chip->read(0x41004014, 1, flags.begin(), boost::shared_ptr<MemoryError>(), nullptr);
+    poke(0x4100401C, {0x00, 0x00, 0x00, 0x00});
+    poke(0x41004000, {0x02, 0xA5});  // busy for one poll now
+    poke(0x41004000, {0x02, 0xA5});
+    poke(0x100, Bytes(4, 0x00));
+    EXPECT_EQ(3u, rig.chip->getViolations().size());
+    EXPECT_EQ(Bytes(0x100, 0xFF), rig.chip->peek(0, 0x100));
+    EXPECT_EQ(2u, rig.chip->getCounters().commandCount(0x02));  // the one while busy is lost
+
+    EXPECT_EQ(unsigned(ERR_ADDRESS_RANGE), thrown([&] { poke(0x20000000, {0}); }).first);
+
+    // U2802 at access level 2 answers at its second base only.
+    NvmRig u2802("devices/CM23D64.xml");
+    Bytes status(1);
+    u2802.chip->read(0x41004018, 1, status.begin(), boost::shared_ptr<MemoryError>(), nullptr);
+    EXPECT_EQ(1u, u2802.chip->getViolations().size());
+    u2802.chip->read(0x41005018, 1, status.begin(), boost::shared_ptr<MemoryError>(), nullptr);
+    EXPECT_EQ(0x04u, status[0] & 0x04u);
+    EXPECT_EQ(1u, u2802.chip->getViolations().size());
+}
+
 TEST(NvmController, EraseCoversWholeUnitsWithEachBlocksCodeAndAddress) {
     // Plain: 4 pages of 64 bytes; one byte into the second unit erases it whole.
     NvmRig plain("devices/CM0N256.xml");
