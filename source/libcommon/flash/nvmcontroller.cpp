@@ -211,16 +211,16 @@ bool NvmController::isReady() const {
 void NvmController::waitFlashReady(int timeoutMs) const {
     // Short limits (a page write) poll flat out; long ones sleep a
     // twentieth of the limit between polls.
-    // The clock is read before each poll: only a poll that began after the
-    // deadline and still saw the controller busy ends the wait, so a host
-    // that is descheduled for a while does not report a timeout that the
-    // controller never had.
+    // The clock is read before each poll, and only a poll that began after
+    // the deadline, and is not the first, ends the wait with a timeout: a
+    // host that is descheduled for a while then still looks at the
+    // controller again before it reports a timeout the controller never had.
     typedef std::chrono::steady_clock Clock;
     const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    for (;;) {
+    for (bool first = true;; first = false) {
         const Clock::time_point polled = Clock::now();
         if (isReady()) return;
-        if (deadline < polled)
+        if (!first && deadline < polled)
             CoreException::createAndThrow(
                 "dbg", ERR_FLASH_TIMEOUT,
                 "Flash operation failed. Timed out waiting for the ready bit in the NVMCTRL.");
