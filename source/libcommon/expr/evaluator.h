@@ -21,10 +21,14 @@
 //     to unsigned int, comparisons of two pointers are signed 64-bit.
 // Failures are thrown as plain C strings, or as GenericError where the
 // message carries a name; failures of the location layer pass through.
-// Of the API the operations use getCompilerInfo() (the target's sizes; the
-// CompilerInfo in force when the API has none), getStackTrace() (the frame
-// in which pointer targets are made) and setFormatString() (the format
-// suffix).
+// Of the API the operations use the target's sizes (getCompilerInfo()), the
+// frame in which pointer targets are made (getStackTrace()) and the store
+// of the format suffix (setFormatString()). Without an API, or where it
+// gives none of these, they take the CompilerInfo in force (see
+// ScopedCompilerInfo) and the frame and format store of the
+// ScopedValueEnvironment in force; the evaluation entry point puts both in
+// force for its run, so unit code can call the operations with an empty
+// API.
 //
 //     value sum = exec_binary_operation(api, "+", makeInt(IT_SINT, 2),
 //                                       makeInt(IT_SINT, 3), false);
@@ -40,9 +44,25 @@
 #include <string>
 #include <vector>
 
+class IStackTraceContext;
 class SymbolAccessorApi;
 
 typedef boost::shared_ptr<SymbolAccessorApi> SymbolApiPtr;
+
+// Puts a frame and a store for the format suffix in force for its lifetime
+// and restores the previous ones after. Scopes nest; not synchronised.
+class ScopedValueEnvironment {
+public:
+    // formatString may be null: a format suffix is then not stored.
+    ScopedValueEnvironment(boost::shared_ptr<IStackTraceContext> frame, std::string* formatString);
+    ~ScopedValueEnvironment();
+    ScopedValueEnvironment(const ScopedValueEnvironment&) = delete;
+    ScopedValueEnvironment& operator=(const ScopedValueEnvironment&) = delete;
+
+private:
+    boost::shared_ptr<IStackTraceContext> previousFrame;
+    std::string* previousFormatString;
+};
 
 // Operation codes of the postfix and unary family. The other unary
 // operators are passed as their character: '&', '*', '+', '-', '~', '!', and
