@@ -558,8 +558,8 @@ value arrayView(const SymbolApiPtr& api, const value& pointer, const value& coun
     return result;
 }
 
-const boost::shared_ptr<symtab> findField(const boost::shared_ptr<symtab>& fields,
-                                          const std::string& name, int64_t& offset) {
+boost::shared_ptr<symtab> findField(const boost::shared_ptr<symtab>& fields,
+                                    const std::string& name, int64_t& offset) {
     for (boost::shared_ptr<symtab> field = fields; field; field = field->next) {
         if (field->name == name) {
             offset += field->locofs;
