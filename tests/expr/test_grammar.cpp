@@ -179,13 +179,11 @@ TEST_F(GrammarTest, OperatorsThatArePrefixesOfOthersAreTriedLast) {
     EXPECT_TRUE(find(parse("a && b"), GrammarRule::logical_and_expression_helper)
                     ->children[0]
                     .isLiteral("&&"));
-    EXPECT_TRUE(find(parse("a & b"), GrammarRule::and_expression_helper)
-                    ->children[0]
-                    .isLiteral("&"));
+    EXPECT_TRUE(
+        find(parse("a & b"), GrammarRule::and_expression_helper)->children[0].isLiteral("&"));
     EXPECT_TRUE(find(parse("a & &b"), GrammarRule::unary_operator)->children[0].isLiteral("&"));
-    EXPECT_TRUE(find(parse("p->x"), GrammarRule::postfix_expression_helper)
-                    ->children[0]
-                    .isLiteral("->"));
+    EXPECT_TRUE(
+        find(parse("p->x"), GrammarRule::postfix_expression_helper)->children[0].isLiteral("->"));
     EXPECT_TRUE(find(parse("a++ + 1"), GrammarRule::postfix_expression_helper)
                     ->children[0]
                     .isLiteral("++"));
@@ -254,8 +252,7 @@ TEST_F(GrammarTest, ScopePrefixesTakeAFunctionAndAFile) {
     EXPECT_EQ(scope->child(GrammarRule::TYPENAME), nullptr);
     EXPECT_EQ(scope->child(GrammarRule::PATH_NAME)->text(), "main.c");
 
-    EXPECT_EQ(find(parse("ns::inner::x"), GrammarRule::scoped_identifier)->text(),
-              "ns::inner::x");
+    EXPECT_EQ(find(parse("ns::inner::x"), GrammarRule::scoped_identifier)->text(), "ns::inner::x");
 }
 
 TEST_F(GrammarTest, AWordIsACastOnlyWhenTheSymbolTablesKnowATypedef) {
@@ -320,6 +317,23 @@ TEST_F(GrammarTest, DeepNestingParsesInLinearWork) {
     for (int i = 0; i < 200; ++i) chain += "a" + std::to_string(i) + " = ";
     chain += "1";
     EXPECT_EQ(count(parse(chain), GrammarRule::assignment_operator), 200);
+}
+
+TEST_F(GrammarTest, NestingBeyondTheStackIsASyntaxErrorNotACrash) {
+    const std::string parens = std::string(100000, '(') + "1" + std::string(100000, ')');
+    EXPECT_EQ(failure(parens).rfind("Syntax error: parsing stopped at ", 0), 0u);
+    for (const std::string& text :
+         {std::string(100000, '-') + "-x", "1" + std::string(100000, '+') + "1",
+          "(int" + std::string(100000, '*') + ")p", "x" + std::string(100000, '[')}) {
+        EXPECT_EQ(failure(text).rfind("Syntax error: parsing stopped at ", 0), 0u);
+    }
+    std::string chain = "a";
+    for (int i = 0; i < 50000; ++i) chain += "+a";
+    EXPECT_EQ(failure(chain).rfind("Syntax error: parsing stopped at ", 0), 0u);
+    // A run of signs without an operand can be split into "--" and "-" in
+    // many ways; it fails quickly all the same.
+    EXPECT_EQ(failure(std::string(200, '-')).rfind("Syntax error: parsing stopped at ", 0), 0u);
+    EXPECT_EQ(failure("x = " + std::string(200, '+') + ";").rfind("Syntax error", 0), 0u);
 }
 
 TEST_F(GrammarTest, RuleNamesFollowTheGrammar) {

@@ -16,6 +16,8 @@
 #include <boost/spirit/include/classic_parse_tree.hpp>
 #include <boost/spirit/include/classic_symbols.hpp>
 
+#include <cctype>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <utility>
@@ -83,11 +85,15 @@ bool isIdentifierStart(unsigned char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == '$';
 }
 
-bool isIdentifierChar(unsigned char c) { return isIdentifierStart(c) || (c >= '0' && c <= '9'); }
+bool isIdentifierChar(unsigned char c) {
+    return isIdentifierStart(c) || (c >= '0' && c <= '9');
+}
 
 // Typedef names may also carry bytes with the top bit set (names in a
 // multi-byte encoding that the debug information hands through as is).
-bool isTypedefChar(unsigned char c) { return isIdentifierChar(c) || c >= 0x80; }
+bool isTypedefChar(unsigned char c) {
+    return isIdentifierChar(c) || c >= 0x80;
+}
 
 // ScopedSymbolsParser: a typedef name, as the symbol tables know it. It
 // does not skip: a blank in front of the name stops the match, so that
@@ -125,6 +131,60 @@ struct ScopedSymbolsParser : public sp::parser<ScopedSymbolsParser> {
 
 const ScopedSymbolsParser typedef_name_p = ScopedSymbolsParser();
 
+// Every recursion of the grammar passes a StackGuard. It ends the whole
+// parse at once, as a syntax error at that point, when the text nests so
+// deep that the stack would run out, or when the parse has taken far more
+// steps than a text of its length needs. The second limit matters for
+// texts that fail: "- - x" may be "--" or "-" "-", and a long run of signs
+// that fails at its end would otherwise be retried both ways at every
+// sign. The stack budget holds nesting far beyond what anyone types (a
+// few kilobytes per level of parentheses) and stays well inside the
+// 8 MiB a thread gets by default; sanitizer builds use larger frames.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define LC_SANITIZED_BUILD 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define LC_SANITIZED_BUILD 1
+#endif
+#endif
+#ifdef LC_SANITIZED_BUILD
+const std::ptrdiff_t kStackBudget = 6 * 1024 * 1024;
+#else
+const std::ptrdiff_t kStackBudget = 3 * 1024 * 1024;
+#endif
+const std::size_t kStepsPerCharacter = 256;
+
+struct ParseLimits {
+    const char* stackStart = nullptr;
+    std::size_t steps = 0;
+    std::size_t maxSteps = 0;
+};
+ParseLimits gLimits;
+
+// Thrown by the guard, caught by the parse: where parsing stopped.
+struct ParseAborted {
+    const char* where;
+};
+
+struct StackGuard : public sp::parser<StackGuard> {
+    typedef StackGuard self_t;
+
+    template <typename ScannerT>
+    struct result {
+        typedef typename sp::match_result<ScannerT, sp::nil_t>::type type;
+    };
+
+    template <typename ScannerT>
+    typename sp::parser_result<self_t, ScannerT>::type parse(ScannerT const& scan) const {
+        const char here = 0;
+        if (gLimits.stackStart - &here > kStackBudget || ++gLimits.steps > gLimits.maxSteps)
+            throw ParseAborted{scan.first};
+        return scan.empty_match();
+    }
+};
+
+const StackGuard guard_p = StackGuard();
+
 struct skip_grammar : public sp::grammar<skip_grammar> {
     template <typename ScannerT>
     struct definition {
@@ -150,27 +210,26 @@ struct c_grammar : public sp::grammar<c_grammar> {
             assignment_operator, conditional_expression, conditional_expression_helper,
             constant_expression, logical_or_expression, logical_or_expression_helper,
             logical_and_expression, logical_and_expression_helper, inclusive_or_expression,
-            inclusive_or_expression_helper, exclusive_or_expression,
-            exclusive_or_expression_helper, and_expression, and_expression_helper,
-            equality_expression, equality_expression_helper, relational_expression,
-            relational_expression_helper, shift_expression, shift_expression_helper,
-            additive_expression, additive_expression_helper, multiplicative_expression,
-            multiplicative_expression_helper, cast_expression, unary_expression, unary_operator,
-            postfix_expression, postfix_expression_helper, argument_expression_list,
-            primary_expression, scoped_identifier, TYPENAME, scope_definition, CONSTANT,
-            INT_CONSTANT, FLOAT_CONSTANT, IDENTIFIER_SINGLE, STRING_LITERAL_PART,
-            STRING_LITERAL, PATH_NAME;
+            inclusive_or_expression_helper, exclusive_or_expression, exclusive_or_expression_helper,
+            and_expression, and_expression_helper, equality_expression, equality_expression_helper,
+            relational_expression, relational_expression_helper, shift_expression,
+            shift_expression_helper, additive_expression, additive_expression_helper,
+            multiplicative_expression, multiplicative_expression_helper, cast_expression,
+            unary_expression, unary_operator, postfix_expression, postfix_expression_helper,
+            argument_expression_list, primary_expression, scoped_identifier, TYPENAME,
+            scope_definition, CONSTANT, INT_CONSTANT, FLOAT_CONSTANT, IDENTIFIER_SINGLE,
+            STRING_LITERAL_PART, STRING_LITERAL, PATH_NAME;
         // Tokens read without skipping, only inside the lexemes above.
         lexeme_rule_t INT_CONSTANT_HEX, INT_CONSTANT_OCT, INT_CONSTANT_DEC, INT_CONSTANT_CHAR,
             int_suffix, float_suffix;
         // Types.
         rule_t type_name, specifier_qualifier_list, type_specifier, type_qualifier,
             type_qualifier_list, struct_or_union_specifier, struct_or_union,
-            struct_declaration_list, struct_declaration, struct_declarator_list,
-            struct_declarator, enum_specifier, enumerator_list, enumerator, declarator,
-            direct_declarator, pointer, abstract_declarator, direct_abstract_declarator,
-            direct_abstract_declarator_helper, parameter_type_list, parameter_list,
-            parameter_declaration, no_typedef_declaration_specifiers;
+            struct_declaration_list, struct_declaration, struct_declarator_list, struct_declarator,
+            enum_specifier, enumerator_list, enumerator, declarator, direct_declarator, pointer,
+            abstract_declarator, direct_abstract_declarator, direct_abstract_declarator_helper,
+            parameter_type_list, parameter_list, parameter_declaration,
+            no_typedef_declaration_specifiers;
 
         sp::symbols<> keywords;
 
@@ -204,69 +263,76 @@ struct c_grammar : public sp::grammar<c_grammar> {
             translation_unit = stmt >> *(ch_p(';') >> stmt) >> !ch_p(';') >> end_p;
             stmt = expression;
             expression = assignment_expression >> expression_helper;
-            expression_helper = (ch_p(',') >> assignment_expression >> expression_helper) | eps_p;
+            expression_helper =
+                (guard_p >> ch_p(',') >> assignment_expression >> expression_helper) | eps_p;
             // The operand is parsed once for both readings (see the header).
             assignment_expression =
-                logical_or_expression >>
+                guard_p >> logical_or_expression >>
                 ((assignment_operator >> assignment_expression) | conditional_expression_helper);
-            assignment_operator = str_p("=") | "*=" | "/=" | "%=" | "+=" | "-=" | "<<=" | ">>=" |
-                                  "&=" | "^=" | "|=";
+            assignment_operator =
+                str_p("=") | "*=" | "/=" | "%=" | "+=" | "-=" | "<<=" | ">>=" | "&=" | "^=" | "|=";
             conditional_expression = logical_or_expression >> conditional_expression_helper;
-            conditional_expression_helper = (ch_p('?') >> expression >> ch_p(':') >>
-                                             conditional_expression >>
-                                             conditional_expression_helper) |
-                                            eps_p;
+            conditional_expression_helper =
+                (guard_p >> ch_p('?') >> expression >> ch_p(':') >> conditional_expression >>
+                 conditional_expression_helper) |
+                eps_p;
             constant_expression = conditional_expression;
             logical_or_expression = logical_and_expression >> logical_or_expression_helper;
             logical_or_expression_helper =
-                (str_p("||") >> logical_and_expression >> logical_or_expression_helper) | eps_p;
+                (guard_p >> str_p("||") >> logical_and_expression >> logical_or_expression_helper) |
+                eps_p;
             logical_and_expression = inclusive_or_expression >> logical_and_expression_helper;
-            logical_and_expression_helper =
-                (str_p("&&") >> inclusive_or_expression >> logical_and_expression_helper) | eps_p;
+            logical_and_expression_helper = (guard_p >> str_p("&&") >> inclusive_or_expression >>
+                                             logical_and_expression_helper) |
+                                            eps_p;
             inclusive_or_expression = exclusive_or_expression >> inclusive_or_expression_helper;
-            inclusive_or_expression_helper =
-                (ch_p('|') >> exclusive_or_expression >> inclusive_or_expression_helper) | eps_p;
+            inclusive_or_expression_helper = (guard_p >> ch_p('|') >> exclusive_or_expression >>
+                                              inclusive_or_expression_helper) |
+                                             eps_p;
             exclusive_or_expression = and_expression >> exclusive_or_expression_helper;
             exclusive_or_expression_helper =
-                (ch_p('^') >> and_expression >> exclusive_or_expression_helper) | eps_p;
+                (guard_p >> ch_p('^') >> and_expression >> exclusive_or_expression_helper) | eps_p;
             and_expression = equality_expression >> and_expression_helper;
-            and_expression_helper =
-                ((ch_p('&') - str_p("&&")) >> equality_expression >> and_expression_helper) |
-                eps_p;
+            and_expression_helper = (guard_p >> (ch_p('&') - str_p("&&")) >> equality_expression >>
+                                     and_expression_helper) |
+                                    eps_p;
             equality_expression = relational_expression >> equality_expression_helper;
-            equality_expression_helper = ((str_p("==") | "!=") >> relational_expression >>
-                                          equality_expression_helper) |
+            equality_expression_helper = (guard_p >> (str_p("==") | "!=") >>
+                                          relational_expression >> equality_expression_helper) |
                                          eps_p;
             relational_expression = shift_expression >> relational_expression_helper;
             // "<=" and ">=" first: "<" alone would leave "= b" unparsable.
-            relational_expression_helper = ((str_p("<=") | ">=" | "<" | ">") >> shift_expression >>
-                                            relational_expression_helper) |
+            relational_expression_helper = (guard_p >> (str_p("<=") | ">=" | "<" | ">") >>
+                                            shift_expression >> relational_expression_helper) |
                                            eps_p;
             shift_expression = additive_expression >> shift_expression_helper;
-            shift_expression_helper =
-                ((str_p("<<") | ">>") >> additive_expression >> shift_expression_helper) | eps_p;
+            shift_expression_helper = (guard_p >> (str_p("<<") | ">>") >> additive_expression >>
+                                       shift_expression_helper) |
+                                      eps_p;
             additive_expression = multiplicative_expression >> additive_expression_helper;
-            additive_expression_helper = ((ch_p('+') | '-') >> multiplicative_expression >>
-                                          additive_expression_helper) |
+            additive_expression_helper = (guard_p >> (ch_p('+') | '-') >>
+                                          multiplicative_expression >> additive_expression_helper) |
                                          eps_p;
             multiplicative_expression = cast_expression >> multiplicative_expression_helper;
             multiplicative_expression_helper =
-                ((ch_p('*') | '/' | '%') >> cast_expression >> multiplicative_expression_helper) |
+                (guard_p >> (ch_p('*') | '/' | '%') >> cast_expression >>
+                 multiplicative_expression_helper) |
                 eps_p;
-            cast_expression =
-                (ch_p('(') >> type_name >> ch_p(')') >> cast_expression) | unary_expression;
+            cast_expression = guard_p >> ((ch_p('(') >> type_name >> ch_p(')') >> cast_expression) |
+                                          unary_expression);
             unary_expression =
-                postfix_expression | ((kw("BY") | kw("WO") | kw("DW")) >> unary_expression) |
-                (str_p("++") >> unary_expression) | (str_p("--") >> unary_expression) |
-                (unary_operator >> cast_expression) |
-                (kw("sizeof") >> ((ch_p('(') >> type_name >> ch_p(')')) | unary_expression));
+                guard_p >>
+                (postfix_expression | ((kw("BY") | kw("WO") | kw("DW")) >> unary_expression) |
+                 (str_p("++") >> unary_expression) | (str_p("--") >> unary_expression) |
+                 (unary_operator >> cast_expression) |
+                 (kw("sizeof") >> ((ch_p('(') >> type_name >> ch_p(')')) | unary_expression)));
             unary_operator = (ch_p('&') - str_p("&&")) | '*' | '+' | '-' | '~' | '!';
             postfix_expression = primary_expression >> postfix_expression_helper;
             postfix_expression_helper =
-                (((ch_p('[') >> expression >> ch_p(']')) |
-                  (ch_p('(') >> !argument_expression_list >> ch_p(')')) |
-                  (ch_p('.') >> IDENTIFIER_SINGLE) | (str_p("->") >> IDENTIFIER_SINGLE) |
-                  str_p("++") | str_p("--")) >>
+                (guard_p >> ((ch_p('[') >> expression >> ch_p(']')) |
+                             (ch_p('(') >> !argument_expression_list >> ch_p(')')) |
+                             (ch_p('.') >> IDENTIFIER_SINGLE) | (str_p("->") >> IDENTIFIER_SINGLE) |
+                             str_p("++") | str_p("--")) >>
                  postfix_expression_helper) |
                 eps_p;
             argument_expression_list =
@@ -281,10 +347,9 @@ struct c_grammar : public sp::grammar<c_grammar> {
             // Tokens. A tie between a real and an integer goes to the
             // integer, the right-hand side of longest_d.
             CONSTANT = longest_d[FLOAT_CONSTANT | INT_CONSTANT];
-            INT_CONSTANT =
-                lexeme_d[(INT_CONSTANT_HEX | INT_CONSTANT_OCT | INT_CONSTANT_DEC |
-                          INT_CONSTANT_CHAR) >>
-                         !int_suffix];
+            INT_CONSTANT = lexeme_d[(INT_CONSTANT_HEX | INT_CONSTANT_OCT | INT_CONSTANT_DEC |
+                                     INT_CONSTANT_CHAR) >>
+                                    !int_suffix];
             INT_CONSTANT_HEX = token_node_d[ch_p('0') >> as_lower_d[ch_p('x')] >> +xdigit_p];
             INT_CONSTANT_OCT = token_node_d[ch_p('0') >> +range_p('0', '7')];
             INT_CONSTANT_DEC = token_node_d[*(ch_p('-') | '+') >> +digit_p];
@@ -299,12 +364,12 @@ struct c_grammar : public sp::grammar<c_grammar> {
             // A real number in C form, written out because the stock real
             // parser reports a length without the decimal point, which
             // would hand "1." to the integer in longest_d.
-            FLOAT_CONSTANT = lexeme_d[token_node_d[!(ch_p('+') | '-') >>
-                                                   ((+digit_p >> !(ch_p('.') >> *digit_p)) |
-                                                    (ch_p('.') >> +digit_p)) >>
-                                                   !(as_lower_d[ch_p('e')] >> !(ch_p('+') | '-') >>
-                                                     +digit_p)] >>
-                                      float_suffix];
+            FLOAT_CONSTANT =
+                lexeme_d[token_node_d[!(ch_p('+') | '-') >>
+                                      ((+digit_p >> !(ch_p('.') >> *digit_p)) |
+                                       (ch_p('.') >> +digit_p)) >>
+                                      !(as_lower_d[ch_p('e')] >> !(ch_p('+') | '-') >> +digit_p)] >>
+                         float_suffix];
             float_suffix = token_node_d[as_lower_d[ch_p('f') | 'l']] | eps_p;
             IDENTIFIER_SINGLE =
                 lexeme_d[token_node_d[(idStart >> *idChar) - (keywords >> (anychar_p - idChar))]];
@@ -318,18 +383,17 @@ struct c_grammar : public sp::grammar<c_grammar> {
             // Types.
             type_name = specifier_qualifier_list >> !abstract_declarator;
             specifier_qualifier_list =
-                (type_specifier | type_qualifier) >> !specifier_qualifier_list;
+                guard_p >> (type_specifier | type_qualifier) >> !specifier_qualifier_list;
             type_specifier = kw("void") | kw("char") | kw("short") | kw("int") | kw("long") |
                              kw("float") | kw("double") | kw("signed") | kw("unsigned") |
                              struct_or_union_specifier | enum_specifier | typedef_name_p;
             // Whole words only, so no qualifier is a prefix of another and
             // the first match is the longest.
-            type_qualifier = kw("__mem_prog") | kw("__mem_data") | kw("__mem_io") |
-                             kw("__mem_registers") | kw("__mem_eeprom") | kw("__mem_fuses") |
-                             kw("__mem_lockbits") | kw("__mem_signatures") |
-                             kw("__mem_user_signatures") | kw("__mem_flash") |
-                             kw("__mem_prod_signatures") | kw("volatile") | kw("const") |
-                             kw("register");
+            type_qualifier =
+                kw("__mem_prog") | kw("__mem_data") | kw("__mem_io") | kw("__mem_registers") |
+                kw("__mem_eeprom") | kw("__mem_fuses") | kw("__mem_lockbits") |
+                kw("__mem_signatures") | kw("__mem_user_signatures") | kw("__mem_flash") |
+                kw("__mem_prod_signatures") | kw("volatile") | kw("const") | kw("register");
             type_qualifier_list = +type_qualifier;
             struct_or_union_specifier =
                 struct_or_union >>
@@ -346,18 +410,19 @@ struct c_grammar : public sp::grammar<c_grammar> {
             enumerator_list = enumerator >> *(ch_p(',') >> enumerator);
             enumerator = IDENTIFIER_SINGLE >> !(ch_p('=') >> constant_expression);
             declarator = !pointer >> direct_declarator;
-            direct_declarator = (IDENTIFIER_SINGLE | (ch_p('(') >> declarator >> ch_p(')'))) >>
+            direct_declarator = guard_p >>
+                                (IDENTIFIER_SINGLE | (ch_p('(') >> declarator >> ch_p(')'))) >>
                                 direct_abstract_declarator_helper;
-            pointer = ch_p('*') >> !(type_qualifier_list || pointer);
+            pointer = guard_p >> ch_p('*') >> !(type_qualifier_list || pointer);
             abstract_declarator = pointer || direct_abstract_declarator;
-            direct_abstract_declarator =
-                ((ch_p('(') >> abstract_declarator >> ch_p(')')) |
-                 (ch_p('(') >> !parameter_type_list >> ch_p(')')) |
-                 (ch_p('[') >> !constant_expression >> ch_p(']'))) >>
-                direct_abstract_declarator_helper;
+            direct_abstract_declarator = guard_p >>
+                                         ((ch_p('(') >> abstract_declarator >> ch_p(')')) |
+                                          (ch_p('(') >> !parameter_type_list >> ch_p(')')) |
+                                          (ch_p('[') >> !constant_expression >> ch_p(']'))) >>
+                                         direct_abstract_declarator_helper;
             direct_abstract_declarator_helper =
-                (((ch_p('[') >> !constant_expression >> ch_p(']')) |
-                  (ch_p('(') >> !parameter_type_list >> ch_p(')'))) >>
+                (guard_p >> ((ch_p('[') >> !constant_expression >> ch_p(']')) |
+                             (ch_p('(') >> !parameter_type_list >> ch_p(')'))) >>
                  direct_abstract_declarator_helper) |
                 eps_p;
             parameter_type_list = parameter_list >> !(ch_p(',') >> str_p("..."));
@@ -365,7 +430,7 @@ struct c_grammar : public sp::grammar<c_grammar> {
             parameter_declaration =
                 no_typedef_declaration_specifiers >> !(declarator | abstract_declarator);
             no_typedef_declaration_specifiers =
-                (type_specifier | type_qualifier) >> !no_typedef_declaration_specifiers;
+                guard_p >> (type_specifier | type_qualifier) >> !no_typedef_declaration_specifiers;
 
             setIds();
         }
@@ -451,7 +516,9 @@ struct c_grammar : public sp::grammar<c_grammar> {
 #undef LC_RULE_ID
         }
 
-        rule_t const& start() const { return translation_unit; }
+        rule_t const& start() const {
+            return translation_unit;
+        }
     };
 };
 
@@ -603,16 +670,26 @@ struct Grammars {
         iteration_policy_t iteration(skipper);
         policies_t policies(iteration);
         const char* position = begin;
+        const char stackStart = 0;
+        gLimits.stackStart = &stackStart;
+        gLimits.steps = 0;
+        gLimits.maxSteps = kStepsPerCharacter * (static_cast<std::size_t>(end - begin) + 64);
         scanner_t scan(position, end, policies);
-        auto hit = expressions.parse(scan);
+        typename sp::parser_result<c_grammar, scanner_t>::type hit;
+        try {
+            hit = expressions.parse(scan);
+        } catch (const ParseAborted& aborted) {
+            if (stop) *stop = aborted.where;
+            return false;
+        }
         if (stop) *stop = position;
         const bool complete = hit && position == end;
         if (complete && tree) {
             SpiritTrees& trees = hit.trees;
             SpiritNode* top = trees.empty() ? nullptr : &trees.front();
             // Look through a wrapper node the grammar object may add.
-            while (top && top->value.id().to_long() !=
-                              static_cast<long>(GrammarRule::translation_unit) &&
+            while (top &&
+                   top->value.id().to_long() != static_cast<long>(GrammarRule::translation_unit) &&
                    top->children.size() == 1)
                 top = &top->children.front();
             if (top) convertTree(*top, *tree);
@@ -671,6 +748,138 @@ ParseNode parseExpressionText(const std::string& text, const TypedefQuery& isTyp
         throw GenericError("Syntax error: parsing stopped at " + std::string(stop, end) + ".");
     }
     return tree;
+}
+
+namespace {
+
+// Reads digits in the base the text announces ("0x" hexadecimal, a leading
+// "0" octal, else decimal). False when a character does not fit the base
+// or the number needs more than 64 bits.
+bool readNumber(const std::string& digits, uint64_t& number) {
+    std::size_t i = 0;
+    unsigned base = 10;
+    if (digits.size() > 1 && digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X')) {
+        base = 16;
+        i = 2;
+    } else if (digits.size() > 1 && digits[0] == '0') {
+        base = 8;
+        i = 1;
+    }
+    if (i >= digits.size()) return false;
+    number = 0;
+    for (; i < digits.size(); ++i) {
+        const unsigned char c = static_cast<unsigned char>(digits[i]);
+        unsigned digit;
+        if (c >= '0' && c <= '9')
+            digit = c - '0';
+        else if (c >= 'a' && c <= 'f')
+            digit = c - 'a' + 10;
+        else if (c >= 'A' && c <= 'F')
+            digit = c - 'A' + 10;
+        else
+            return false;
+        if (digit >= base || number > (UINT64_MAX - digit) / base) return false;
+        number = number * base + digit;
+    }
+    return true;
+}
+
+// The code of a character constant's text ("'a'", "'\n'", "'\012'").
+uint64_t readCharacter(const std::string& token) {
+    if (!token.empty() && token[0] == 'L') throw "TODO: wide char constants are not supported";
+    const std::string inner = token.substr(1, token.size() - 2);
+    int code = 0;
+    if (inner.size() == 1) {
+        code = static_cast<signed char>(inner[0]);
+    } else {
+        switch (inner[1]) {
+            case '0': {
+                unsigned octal = 0;
+                for (std::size_t i = 2; i < inner.size(); ++i) {
+                    if (inner[i] < '0' || inner[i] > '7') throw "invalid char constant";
+                    octal = octal * 8 + static_cast<unsigned>(inner[i] - '0');
+                }
+                code = static_cast<signed char>(octal & 0xFF);
+                break;
+            }
+            case 'x':
+                throw "invalid char constant";
+            case 'a':
+                code = 7;
+                break;
+            case 'b':
+                code = 8;
+                break;
+            case 'f':
+                code = 12;
+                break;
+            case 'n':
+                code = 10;
+                break;
+            case 'r':
+                code = 13;
+                break;
+            case 't':
+                code = 9;
+                break;
+            case 'v':
+                code = 11;
+                break;
+            default:
+                code = static_cast<signed char>(inner[1]);
+        }
+    }
+    return static_cast<uint64_t>(static_cast<int64_t>(code));
+}
+
+}  // namespace
+
+value readIntConstant(const ParseNode& intConstant, const CompilerInfo& info) {
+    const ParseNode& token = intConstant.children.at(0);
+    const std::string text = token.children.at(0).text();
+    bool isUnsigned = token.rule == GrammarRule::INT_CONSTANT_HEX;
+    bool is64 = false;
+    if (const ParseNode* suffixNode = intConstant.child(GrammarRule::int_suffix)) {
+        std::string suffix = suffixNode->text();
+        for (char& c : suffix) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        if (suffix[0] == 'u') {
+            isUnsigned = true;
+            suffix.erase(0, 1);
+        }
+        is64 = suffix == "i64" || suffix == "ll";
+    }
+
+    uint64_t number = 0;
+    if (token.rule == GrammarRule::INT_CONSTANT_CHAR) {
+        number = readCharacter(text);
+    } else {
+        // A decimal token may start with any run of signs.
+        std::size_t digitsAt = 0;
+        bool negative = false;
+        while (digitsAt < text.size() && (text[digitsAt] == '-' || text[digitsAt] == '+'))
+            negative ^= text[digitsAt++] == '-';
+        if (!readNumber(text.substr(digitsAt), number))
+            throw is64 ? "invalid int64 constant" : "invalid numeric constant";
+        if (negative) number = ~number + 1;
+    }
+    if (is64) return makeConstant(isUnsigned ? IT_U64 : IT_S64, number);
+
+    const unsigned bits = static_cast<unsigned>(info.longBits);
+    if (bits > 0 && bits < 64) {
+        const uint64_t mask = (uint64_t(1) << bits) - 1;
+        number &= mask;
+        if (!isUnsigned && ((number >> (bits - 1)) & 1)) number |= ~mask;
+    }
+    return makeConstant(isUnsigned ? IT_ULONG : IT_LONG, number);
+}
+
+value readFloatConstant(const ParseNode& floatConstant, const CompilerInfo& info) {
+    const double number = std::strtod(floatConstant.children.at(0).text().c_str(), nullptr);
+    const ParseNode* suffix = floatConstant.child(GrammarRule::float_suffix);
+    char kind = 'd';
+    if (suffix && !suffix->children.empty()) kind = suffix->text() == "l" ? 'l' : 'f';
+    if (info.doubleBits == 32) kind = 'f';
+    return makeFloat(kind, number);
 }
 
 std::string describeParseTree(const ParseNode& node) {

@@ -48,6 +48,8 @@
 //
 // The node texts point into the parsed string: the tree must not outlive it.
 
+#include "libcommon/expr/typechains.h"
+
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -164,6 +166,22 @@ typedef std::function<bool(const std::string&)> TypedefQuery;
 ParseNode parseExpressionText(const std::string& text, const TypedefQuery& isTypedefName);
 // The tree points into the text, so a temporary text is refused.
 ParseNode parseExpressionText(std::string&& text, const TypedefQuery& isTypedefName) = delete;
+
+// Token values, as constants of the target's kinds (the CompilerInfo
+// gives the widths):
+//   - INT_CONSTANT: "IT_LONG", "IT_ULONG" when hexadecimal or with a "u"
+//     suffix, cut to longBits and sign-extended when signed; with an "ll"
+//     or "i64" suffix "IT_S64" or "IT_U64". Leading signs of a decimal
+//     token count ("-5", "+-+7"). Throws "invalid numeric constant" or
+//     "invalid int64 constant" for digits that do not fit the base (or a
+//     number beyond 64 bits). Character constants give their code,
+//     sign-extended from 8 bits, with the C escapes; "\0" reads the octal
+//     digits after it.
+//   - FLOAT_CONSTANT: "FT_DOUBLE"; "FT_LONGDOUBLE" with the suffix "l",
+//     "FT_FLOAT" with "f", "F" or "L"; always "FT_FLOAT" when doubles are
+//     32 bits wide.
+value readIntConstant(const ParseNode& intConstant, const CompilerInfo& info);
+value readFloatConstant(const ParseNode& floatConstant, const CompilerInfo& info);
 
 // The tree as an indented outline, one node a line ("rule 'text'"), for
 // tracing and for tests.
