@@ -62,6 +62,17 @@ void appendList(boost::shared_ptr<symtab>& head, boost::shared_ptr<symtab>& tail
     while (tail->next) tail = tail->next;
 }
 
+// The entries that walk makes of the children of one rule, chained in
+// source order.
+template <class Walk>
+boost::shared_ptr<symtab> chainChildren(const ParseNode& node, GrammarRule rule, Walk walk) {
+    boost::shared_ptr<symtab> head, tail;
+    for (const ParseNode& child : node.children) {
+        if (child.rule == rule) appendList(head, tail, walk(child));
+    }
+    return head;
+}
+
 const ParseNode* lastChild(const ParseNode& node) {
     return node.children.empty() ? nullptr : &node.children.back();
 }
@@ -173,12 +184,8 @@ boost::shared_ptr<symtab> DeclarationWalker::structOrUnionSpecifier(const ParseN
 }
 
 boost::shared_ptr<symtab> DeclarationWalker::structDeclarationList(const ParseNode& node) {
-    boost::shared_ptr<symtab> head, tail;
-    for (const ParseNode& declaration : node.children) {
-        if (declaration.rule == GrammarRule::struct_declaration)
-            appendList(head, tail, structDeclaration(declaration));
-    }
-    return head;
+    return chainChildren(node, GrammarRule::struct_declaration,
+                         [this](const ParseNode& child) { return structDeclaration(child); });
 }
 
 boost::shared_ptr<symtab> DeclarationWalker::structDeclaration(const ParseNode& node) {
@@ -189,12 +196,8 @@ boost::shared_ptr<symtab> DeclarationWalker::structDeclaration(const ParseNode& 
 }
 
 boost::shared_ptr<symtab> DeclarationWalker::structDeclaratorList(const ParseNode& node) {
-    boost::shared_ptr<symtab> head, tail;
-    for (const ParseNode& declarator : node.children) {
-        if (declarator.rule == GrammarRule::struct_declarator)
-            appendList(head, tail, structDeclarator(declarator));
-    }
-    return head;
+    return chainChildren(node, GrammarRule::struct_declarator,
+                         [this](const ParseNode& child) { return structDeclarator(child); });
 }
 
 boost::shared_ptr<symtab> DeclarationWalker::structDeclarator(const ParseNode& node) {
@@ -351,12 +354,8 @@ void DeclarationWalker::pointer(const ParseNode& node, const boost::shared_ptr<s
 }
 
 boost::shared_ptr<symtab> DeclarationWalker::parameterList(const ParseNode& node) {
-    boost::shared_ptr<symtab> head, tail;
-    for (const ParseNode& parameter : node.children) {
-        if (parameter.rule == GrammarRule::parameter_declaration)
-            appendList(head, tail, parameterDeclaration(parameter));
-    }
-    return head;
+    return chainChildren(node, GrammarRule::parameter_declaration,
+                         [this](const ParseNode& child) { return parameterDeclaration(child); });
 }
 
 boost::shared_ptr<symtab> DeclarationWalker::parameterDeclaration(const ParseNode& node) {

@@ -17,6 +17,10 @@
 
 namespace {
 
+// The steps of the walk keep their locals out of the frame of walk(),
+// which recurses once per nesting level.
+#define LC_NOINLINE __attribute__((noinline))
+
 // A value that stands for a bare name: a struct member after "." or "->",
 // or the word after the format comma.
 value nameOnly(const std::string& name) {
@@ -45,77 +49,96 @@ public:
     }
 
 private:
-    value walk(const ParseNode& node) {
-        switch (node.rule) {
-            case GrammarRule::stmt:
-            case GrammarRule::constant_expression:
-                return walk(node.children.at(0));
-            case GrammarRule::expression:
-            case GrammarRule::conditional_expression:
-            case GrammarRule::logical_or_expression:
-            case GrammarRule::logical_and_expression:
-            case GrammarRule::inclusive_or_expression:
-            case GrammarRule::exclusive_or_expression:
-            case GrammarRule::and_expression:
-            case GrammarRule::equality_expression:
-            case GrammarRule::relational_expression:
-            case GrammarRule::shift_expression:
-            case GrammarRule::additive_expression:
-            case GrammarRule::multiplicative_expression:
-            case GrammarRule::postfix_expression:
-                return helper(node.children.at(1), walk(node.children.at(0)));
-            case GrammarRule::assignment_expression:
-                return assignment(node);
-            case GrammarRule::cast_expression:
-                return cast(node);
-            case GrammarRule::unary_expression:
-                return unary(node);
-            case GrammarRule::primary_expression:
-                return primary(node);
-            default:
-                throw "INTERNAL: unexpected node in expression";
+    value walk(const ParseNode& start) {
+        const ParseNode* node = &start;
+        // A level whose operator part is empty stands for its operand: it
+        // is stepped through here rather than recursed into, which keeps
+        // the walk's stack to a few frames per operator or parenthesis.
+        for (;;) {
+            switch (node->rule) {
+                case GrammarRule::stmt:
+                case GrammarRule::constant_expression:
+                    node = &node->children.at(0);
+                    continue;
+                case GrammarRule::expression:
+                case GrammarRule::conditional_expression:
+                case GrammarRule::logical_or_expression:
+                case GrammarRule::logical_and_expression:
+                case GrammarRule::inclusive_or_expression:
+                case GrammarRule::exclusive_or_expression:
+                case GrammarRule::and_expression:
+                case GrammarRule::equality_expression:
+                case GrammarRule::relational_expression:
+                case GrammarRule::shift_expression:
+                case GrammarRule::additive_expression:
+                case GrammarRule::multiplicative_expression:
+                case GrammarRule::postfix_expression:
+                    if (!node->children.at(1).children.empty())
+                        return helper(node->children[1], walk(node->children[0]));
+                    node = &node->children[0];
+                    continue;
+                case GrammarRule::assignment_expression:
+                    if (node->children.at(1).rule == GrammarRule::assignment_operator ||
+                        !node->children[1].children.empty())
+                        return assignment(*node);
+                    node = &node->children[0];
+                    continue;
+                case GrammarRule::cast_expression:
+                    if (node->children.at(0).isLiteral("(")) return cast(*node);
+                    node = &node->children[0];
+                    continue;
+                case GrammarRule::unary_expression:
+                    if (node->children.at(0).rule != GrammarRule::postfix_expression)
+                        return unary(*node);
+                    node = &node->children[0];
+                    continue;
+                case GrammarRule::primary_expression:
+                    if (!node->children.at(0).isLiteral("(")) return primary(*node);
+                    node = &node->children.at(1);  // "(" expression ")"
+                    continue;
+                default:
+                    throw "INTERNAL: unexpected node in expression";
+            }
         }
     }
 
-    // The operator chains: the helper carries operator, right operand and
-    // the next helper; an empty helper ends the chain.
-    value helper(const ParseNode& node, value left) {
-        if (node.children.empty()) return left;
+    // The operator chains: each helper carries an operator, its right
+    // operand and the next helper; an empty helper ends the chain.
+    LC_NOINLINE value helper(const ParseNode& first, value left) {
+        for (const ParseNode* node = &first; !node->children.empty(); node = &node->children.back())
+            left = operation(*node, left);
+        return left;
+    }
+
+    LC_NOINLINE value operation(const ParseNode& node, const value& left) {
         const std::string op = node.children[0].text();
-        value result;
         switch (node.rule) {
             case GrammarRule::expression_helper:
-                result = exec_binary_operation(api, ",", left, walk(node.children[1]), false);
-                break;
+                return exec_binary_operation(api, ",", left, walk(node.children.at(1)), false);
             case GrammarRule::conditional_expression_helper:
                 // Only the chosen branch is walked.
-                result =
-                    valueToBool(left, api) ? walk(node.children.at(1)) : walk(node.children.at(3));
-                break;
+                return valueToBool(left, api) ? walk(node.children.at(1))
+                                              : walk(node.children.at(3));
             case GrammarRule::logical_or_expression_helper:
             case GrammarRule::logical_and_expression_helper:
             case GrammarRule::equality_expression_helper:
             case GrammarRule::relational_expression_helper:
-                result = exec_logical_operation(api, op, left, walk(node.children[1]));
-                break;
+                return exec_logical_operation(api, op, left, walk(node.children.at(1)));
             case GrammarRule::inclusive_or_expression_helper:
             case GrammarRule::exclusive_or_expression_helper:
             case GrammarRule::and_expression_helper:
             case GrammarRule::shift_expression_helper:
             case GrammarRule::additive_expression_helper:
             case GrammarRule::multiplicative_expression_helper:
-                result = exec_binary_operation(api, op, left, walk(node.children[1]), false);
-                break;
+                return exec_binary_operation(api, op, left, walk(node.children.at(1)), false);
             case GrammarRule::postfix_expression_helper:
-                result = postfix(node, left);
-                break;
+                return postfix(node, left);
             default:
                 throw "INTERNAL: unexpected helper in expression";
         }
-        return helper(node.children.back(), result);
     }
 
-    value assignment(const ParseNode& node) {
+    LC_NOINLINE value assignment(const ParseNode& node) {
         const ParseNode& tail = node.children.at(1);
         if (tail.rule != GrammarRule::assignment_operator)
             return helper(tail, walk(node.children[0]));
@@ -125,7 +148,7 @@ private:
         return exec_assignment(api, tail.text()[0], left, right);
     }
 
-    value cast(const ParseNode& node) {
+    LC_NOINLINE value cast(const ParseNode& node) {
         if (!node.children.at(0).isLiteral("(")) return walk(node.children[0]);
         const boost::shared_ptr<symtab> target = declarations.typeName(node.children.at(1));
         value operand = walk(node.children.at(3));
@@ -142,7 +165,7 @@ private:
         return exec_cast(api, target, operand);
     }
 
-    value unary(const ParseNode& node) {
+    LC_NOINLINE value unary(const ParseNode& node) {
         const ParseNode& first = node.children.at(0);
         if (first.rule == GrammarRule::postfix_expression) return walk(first);
         if (first.rule == GrammarRule::unary_operator)
@@ -164,7 +187,7 @@ private:
         return exec_unary_operation(api, first.text()[0], walk(node.children.at(1)));
     }
 
-    value postfix(const ParseNode& node, const value& left) {
+    LC_NOINLINE value postfix(const ParseNode& node, const value& left) {
         const ParseNode& first = node.children[0];
         if (first.isLiteral("["))
             return exec_access(api, OP_INDEX, left, walk(node.children.at(1)));
@@ -186,7 +209,7 @@ private:
         return exec_unary_operation(api, OP_POSTFIX_DECREMENT, left);
     }
 
-    value primary(const ParseNode& node) {
+    LC_NOINLINE value primary(const ParseNode& node) {
         const ParseNode& first = node.children.at(0);
         switch (first.rule) {
             case GrammarRule::scope_definition:
