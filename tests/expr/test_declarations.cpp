@@ -1,38 +1,16 @@
 // Type names inside expressions: specifier combinations, declarators, and
 // struct, union and enum definitions that outlive the type name.
 
-#include "exprfixture.h"
-
-#include "libcommon/expr/evaluation.h"
-#include "libcommon/expr/evaluator.h"
-#include "libcommon/expr/symbolaccess.h"
-
-#include <gtest/gtest.h>
-#include <boost/make_shared.hpp>
+#include "test_evaluation_support.h"
 
 #include <string>
 
 namespace {
 
-class DeclarationTest : public ::testing::TestWithParam<ExprFixture::Profile> {
+class DeclarationTest : public EvaluationFixtureTest {
 protected:
-    DeclarationTest() : fx(GetParam()) {
-        api = boost::make_shared<SymbolAccessorApi>(fx.symbolInformation, fx.frame, fx.compilerInfo,
-                                                    fx.types, fx.symbols);
-    }
-
-    value eval(const std::string& text) { return evalExpression(text, api); }
-    // The value as a number of its own kind's width and signedness.
-    int64_t number(const std::string& text) {
-        const value v = eval(text);
-        return static_cast<int64_t>(
-            convertScalar(api, IT_S64, v.val, getArithmeticSubtype(v.type)));
-    }
     std::string typeOf(const std::string& text) {
         return getTypeText(eval(text).type, false, *fx.compilerInfo);
-    }
-    std::string failure(const std::string& text) {
-        return thrownText([&] { eval(text); });
     }
     boost::shared_ptr<symtab> stored(const SymtabList& list, const std::string& name) {
         for (const auto& entry : list) {
@@ -40,9 +18,6 @@ protected:
         }
         return boost::shared_ptr<symtab>();
     }
-
-    ExprFixture fx;
-    boost::shared_ptr<SymbolAccessorApi> api;
 };
 
 TEST_P(DeclarationTest, SpecifierWordsCombineAsTheirOrderSays) {
@@ -172,9 +147,6 @@ TEST_P(DeclarationTest, MemorySpaceQualifiersStayOnThePointee) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Profiles, DeclarationTest,
-                         ::testing::Values(ExprFixture::TARN8, ExprFixture::TARN32),
-                         [](const ::testing::TestParamInfo<ExprFixture::Profile>& info) {
-                             return info.param == ExprFixture::TARN8 ? "Tarn8" : "Tarn32";
-                         });
+                         ::testing::Values(ExprFixture::TARN8, ExprFixture::TARN32), profileName);
 
 }  // namespace

@@ -1,15 +1,9 @@
 // Whole evaluations on the shared fixture: constants, names, sizeof,
 // casts, statements, the format suffix, syntax errors and the lock.
 
-#include "exprfixture.h"
+#include "test_evaluation_support.h"
 
-#include "libcommon/expr/evaluation.h"
-#include "libcommon/expr/evaluator.h"
-#include "libcommon/expr/symbolaccess.h"
 #include "libcommon/expr/symbolcontext.h"
-
-#include <gtest/gtest.h>
-#include <boost/make_shared.hpp>
 
 #include <atomic>
 #include <chrono>
@@ -19,31 +13,10 @@
 
 namespace {
 
-class EvaluationTest : public ::testing::TestWithParam<ExprFixture::Profile> {
+class EvaluationTest : public EvaluationFixtureTest {
 protected:
-    EvaluationTest() : fx(GetParam()) { api = makeApi(); }
-
-    boost::shared_ptr<SymbolAccessorApi> makeApi() {
-        return boost::make_shared<SymbolAccessorApi>(fx.symbolInformation, fx.frame,
-                                                     fx.compilerInfo, fx.types, fx.symbols);
-    }
-
-    value eval(const std::string& text) { return evalExpression(text, api); }
-    // The value as a number of its own kind's width and signedness.
-    int64_t number(const std::string& text) {
-        const value v = eval(text);
-        return static_cast<int64_t>(
-            convertScalar(api, IT_S64, v.val, getArithmeticSubtype(v.type)));
-    }
     int subtypeOf(const std::string& text) { return findChainEnd(eval(text).type)->spec->subtype; }
-    std::string failure(const std::string& text) {
-        return thrownText([&] { eval(text); });
-    }
-
     bool tarn8() const { return fx.profile == ExprFixture::TARN8; }
-
-    ExprFixture fx;
-    boost::shared_ptr<SymbolAccessorApi> api;
 };
 
 double asDouble(const value& v) {
@@ -244,10 +217,7 @@ TEST_P(EvaluationTest, DeepNestingEvaluatesWithLinearLookups) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Profiles, EvaluationTest,
-                         ::testing::Values(ExprFixture::TARN8, ExprFixture::TARN32),
-                         [](const ::testing::TestParamInfo<ExprFixture::Profile>& info) {
-                             return info.param == ExprFixture::TARN8 ? "Tarn8" : "Tarn32";
-                         });
+                         ::testing::Values(ExprFixture::TARN8, ExprFixture::TARN32), profileName);
 
 // Two threads that evaluate at once take turns: a slow name resolver never
 // runs in both at the same time.

@@ -4,44 +4,20 @@
 // three evaluateExpressionAs... wrappers over a process's expression
 // service.
 
-#include "exprfixture.h"
+#include "test_evaluation_support.h"
 
 #include "libcommon/core/status.h"
-#include "libcommon/expr/evaluation.h"
-#include "libcommon/expr/evaluator.h"
-#include "libcommon/expr/symbolaccess.h"
 #include "libcommon/imemorycontext.h"
-
-#include <gtest/gtest.h>
-#include <boost/make_shared.hpp>
 
 #include <string>
 #include <vector>
 
 namespace {
 
-class OperatorTest : public ::testing::TestWithParam<ExprFixture::Profile> {
+class OperatorTest : public EvaluationFixtureTest {
 protected:
-    OperatorTest() : fx(GetParam()) {
-        api = boost::make_shared<SymbolAccessorApi>(fx.symbolInformation, fx.frame, fx.compilerInfo,
-                                                    fx.types, fx.symbols);
-    }
-
-    value eval(const std::string& text) { return evalExpression(text, api); }
-    // The value as a number of its own kind's width and signedness.
-    int64_t number(const std::string& text) {
-        const value v = eval(text);
-        return static_cast<int64_t>(
-            convertScalar(api, IT_S64, v.val, getArithmeticSubtype(v.type)));
-    }
     double real(const std::string& text) { return valueToDouble(eval(text), api); }
-    std::string failure(const std::string& text) {
-        return thrownText([&] { eval(text); });
-    }
     int64_t I() const { return fx.intSize; }
-
-    ExprFixture fx;
-    boost::shared_ptr<SymbolAccessorApi> api;
 };
 
 TEST_P(OperatorTest, ArithmeticAtTheTargetsWidths) {
@@ -172,15 +148,11 @@ TEST_P(OperatorTest, FormatSuffixAndMemorySpace) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Profiles, OperatorTest,
-                         ::testing::Values(ExprFixture::TARN8, ExprFixture::TARN32),
-                         [](const ::testing::TestParamInfo<ExprFixture::Profile>& info) {
-                             return info.param == ExprFixture::TARN8 ? "Tarn8" : "Tarn32";
-                         });
+                         ::testing::Values(ExprFixture::TARN8, ExprFixture::TARN32), profileName);
 
 TEST(BigEndianTarget, AssignmentsWriteTheMostSignificantByteFirst) {
     ExprFixture fx(ExprFixture::TARN32, true);
-    auto api = boost::make_shared<SymbolAccessorApi>(fx.symbolInformation, fx.frame,
-                                                     fx.compilerInfo, fx.types, fx.symbols);
+    auto api = apiOver(fx);
     evalExpression("counter = 0x01020304", api);
     EXPECT_EQ(fx.peek("data", 0x100, 4), (std::vector<unsigned char>{1, 2, 3, 4}));
     EXPECT_EQ(evalExpression("counter + 1", api).val, 0x01020305u);
@@ -333,9 +305,6 @@ TEST_P(WrapperTest, FailuresBecomeStatusCodes) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Profiles, WrapperTest,
-                         ::testing::Values(ExprFixture::TARN8, ExprFixture::TARN32),
-                         [](const ::testing::TestParamInfo<ExprFixture::Profile>& info) {
-                             return info.param == ExprFixture::TARN8 ? "Tarn8" : "Tarn32";
-                         });
+                         ::testing::Values(ExprFixture::TARN8, ExprFixture::TARN32), profileName);
 
 }  // namespace

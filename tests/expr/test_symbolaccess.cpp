@@ -1,7 +1,7 @@
 // Name look-up through SymbolAccessorApi: the order of the sources, what
 // each of them gives, and the register name rules.
 
-#include "exprfixture.h"
+#include "test_evaluation_support.h"
 
 #include "libcommon/expr/symbolaccess.h"
 #include "libcommon/ilocation.h"
@@ -229,9 +229,6 @@ TEST_P(SymbolAccessTest, CopiesShareTheListsAndTheFormatStringIsTheirOwn) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Profiles, SymbolAccessTest,
-                         ::testing::Values(ExprFixture::TARN8, ExprFixture::TARN32),
-                         [](const ::testing::TestParamInfo<ExprFixture::Profile>& info) {
-                             return info.param == ExprFixture::TARN8 ? "Tarn8" : "Tarn32";
-                         });
+                         ::testing::Values(ExprFixture::TARN8, ExprFixture::TARN32), profileName);
 
 }  // namespace
