@@ -32,8 +32,10 @@ enum ErrorCode {
     ERR_NVM_CONTROLLER = 0x20203
 };
 
-// Severity of a status record; stored as an unsigned 32-bit value.
-enum Severity {
+// Severity of a status record; stored as an unsigned 32-bit value. The base
+// type is fixed so that any integer a front end sends as a threshold is a
+// defined value of the type, named or not.
+enum Severity : int {
     SeverityNone = 0,
     SeverityWarning = 2,
     SeverityError = 4,

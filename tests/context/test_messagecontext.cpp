@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <boost/make_shared.hpp>
 #include <cstdint>
 #include <stdexcept>
@@ -111,11 +112,18 @@ TEST(MessageContext, SettingsAndTheirAnnouncements) {
     EXPECT_FALSE(channel->isActive());
     EXPECT_EQ(3u, changes.seen.size());
 
-    // So does a number that no severity can hold.
-    for (std::int64_t outOfRange : {std::int64_t(-1), std::int64_t(32), std::int64_t(0x100000004)}) {
-        js::Object wide{js::Pair("MESSAGE_PROP_SEVERITY_THRESHOLD", outOfRange)};
-        EXPECT_THROW(channel->setProperties(wide), CoreException) << outOfRange;
-        EXPECT_EQ(SeverityInfo, channel->getThreshold());
-        EXPECT_EQ(3u, changes.seen.size());
+    // Any integer is stored and reported back as given, also one that
+    // names no severity; the channel only carries the setting.
+    for (int threshold : {-1, 0, 3, 32, 1000, INT32_MIN, INT32_MAX}) {
+        js::Object odd{js::Pair("MESSAGE_PROP_SEVERITY_THRESHOLD", threshold)};
+        channel->setProperties(odd);
+        EXPECT_EQ(threshold, static_cast<int>(channel->getThreshold()));
+        js::Object properties = channel->getProperties();
+        auto reported = std::find_if(properties.begin(), properties.end(), [](const js::Pair& p) {
+            return p.name_ == "SeverityThreshold";
+        });
+        ASSERT_NE(properties.end(), reported);
+        EXPECT_EQ(threshold, reported->value_.get_int());
     }
+    EXPECT_EQ(10u, changes.seen.size());
 }

@@ -3,25 +3,6 @@
 #include "libcommon/core/status.h"
 #include "libcommon/stringconstants.h"
 
-#include <cstdint>
-
-namespace {
-
-// Severity has no fixed base type, so only 0 to 31 (the smallest bit-field
-// that holds SeverityInfo) are values it can carry; a front end may send
-// any number. Anything outside is refused like a value of the wrong kind.
-Severity thresholdFrom(const json_spirit::Value& value) {
-    // The whole number, so that a wide one is not cut into a valid one.
-    const std::int64_t threshold = value.get_int64();
-    if (threshold < 0 || threshold > 31)
-        CoreException::createAndThrow("", ERR_INVALID_ARGUMENT,
-                                      "Severity threshold %lld is out of range",
-                                      static_cast<long long>(threshold));
-    return static_cast<Severity>(threshold);
-}
-
-}  // namespace
-
 MessageContext::MessageContext(boost::shared_ptr<IMessageContext>& parent, const std::string& name)
     : ContextBase<IMessageContext>(makeMessageContextId(), parent),
       name(name),
@@ -75,8 +56,10 @@ void MessageContext::setProperties(json_spirit::Object& properties) {
     // the wrong kind throws out of the walk: earlier keys stay applied and
     // nothing is signalled.
     for (const json_spirit::Pair& pair : properties) {
+        // Any integer is kept as given (Severity has a fixed base type, so
+        // every int is a value of it); a front end may use its own levels.
         if (pair.name_ == MSG_SET_SEVERITY_THRESHOLD)
-            threshold = thresholdFrom(pair.value_);
+            threshold = static_cast<Severity>(pair.value_.get_int());
         else if (pair.name_ == MSG_SET_REPORTING_ACTIVE)
             active = pair.value_.get_bool();
     }
