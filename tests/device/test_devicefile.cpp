@@ -174,6 +174,40 @@ TEST(DeviceFileErrors, StructureAndAttributes) {
                   "<address-space name=\"prog\" size=\"0x100\" endianness=\"middle\"/>")));
 }
 
+TEST(DeviceFileErrors, NamespacedNamesAreUnknownNames) {
+    // The format has no namespaces: a prefix or a namespace declaration
+    // makes a name the format does not know, never one of its own.
+    EXPECT_EQ("bad.xml:2: the root element is <x:device>, expected <device>",
+              parseError("<?xml version=\"1.0\"?>\n"
+                         "<x:device xmlns:x=\"urn:a\" name=\"D\" architecture=\"TARN8\"/>\n"));
+    EXPECT_EQ("bad.xml:2: unknown attribute 'xmlns' on <device>",
+              parseError(deviceText("", "<device xmlns=\"urn:a\" name=\"D\" architecture=\"X\">")));
+    EXPECT_EQ("bad.xml:3: unknown element <x:interface> inside <device>",
+              parseError(deviceText("<x:interface xmlns:x=\"urn:a\" name=\"A\"/>")));
+    EXPECT_EQ("bad.xml:3: unknown attribute 'x:name' on <interface>",
+              parseError(deviceText("<interface x:name=\"A\" xmlns:x=\"urn:a\"/>")));
+}
+
+TEST(DeviceFileErrors, NestingDepthIsLimited) {
+    // Elements nested one per line from line 3, so the element at depth n
+    // (the device being depth 1) stands on line n + 1.
+    auto nested = [](size_t levels, size_t lineBreaks) {
+        std::string text = "<?xml version=\"1.0\"?>\n<device name=\"D\" architecture=\"X\">\n";
+        text.reserve(27 * levels + 64);
+        for (size_t i = 0; i < levels; ++i)
+            text += i < lineBreaks ? "<module name=\"M\">\n" : "<module name=\"M\">";
+        for (size_t i = 0; i < levels; ++i)
+            text += "</module>";
+        return text + "</device>\n";
+    };
+    // At the limit the usual checks run and stop at the first misplaced element.
+    EXPECT_EQ("bad.xml:4: unknown element <module> inside <module>", parseError(nested(255, 255)));
+    EXPECT_EQ("bad.xml:258: elements nested deeper than 256 levels", parseError(nested(256, 256)));
+    // Far deeper than any stack could recurse: still a clean error.
+    EXPECT_EQ("bad.xml:258: elements nested deeper than 256 levels",
+              parseError(nested(1000000, 300)));
+}
+
 TEST(DeviceFileErrors, BadNumbers) {
     struct Case {
         const char* size;

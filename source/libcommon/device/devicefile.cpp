@@ -14,7 +14,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <deque>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <sstream>
 #include <utility>
@@ -26,47 +28,60 @@ namespace {
 // A small element tree with line numbers. Poco's DOM keeps no positions, so
 // the file is read through SAX into this tree first and checked afterwards,
 // which lets every error name the line of the element at fault.
+//
+// The elements live side by side in one container owned by the tree and
+// refer to their children, so tearing down even a hostile tree takes no
+// recursion. Its depth is limited as well: the format nests six levels, a
+// file nested deeper than MAX_DEPTH is refused before anything walks it.
 
 struct Element {
     std::string name;
     int line = 0;
     std::vector<std::pair<std::string, std::string>> attributes;
-    std::vector<Element> children;
+    std::vector<std::reference_wrapper<const Element>> children;
 };
+
+constexpr int MAX_DEPTH = 256;
 
 class TreeBuilder : public Poco::XML::ContentHandler {
 public:
-    Element root;
+    const Element& root() const { return elements.front(); }
 
     void setDocumentLocator(const Poco::XML::Locator* loc) override { locator = loc; }
     void startDocument() override {}
     void endDocument() override {}
 
-    void startElement(const Poco::XML::XMLString&, const Poco::XML::XMLString& localName,
+    // Names are taken as written (namespace processing is off): the format
+    // has no namespaces, so "x:device" or an "xmlns" attribute is simply a
+    // name it does not know.
+    void startElement(const Poco::XML::XMLString&, const Poco::XML::XMLString&,
                       const Poco::XML::XMLString& qname,
                       const Poco::XML::Attributes& attrList) override {
-        Element element;
-        element.name = localName.empty() ? qname : localName;
+        ++depth;
+        if (depth > MAX_DEPTH) {
+            // Noted, not thrown, like text below; deeper elements are dropped.
+            if (depthErrorLine == 0)
+                depthErrorLine = std::max(currentLine(), 1);
+            return;
+        }
+        elements.emplace_back();
+        Element& element = elements.back();
+        element.name = qname;
         element.line = currentLine();
-        for (int i = 0; i < attrList.getLength(); ++i) {
-            std::string attrName = attrList.getLocalName(i);
-            if (attrName.empty())
-                attrName = attrList.getQName(i);
-            element.attributes.emplace_back(attrName, attrList.getValue(i));
-        }
-        if (open.empty()) {
-            root = std::move(element);
-            open.push_back(&root);
-        } else {
-            open.back()->children.push_back(std::move(element));
-            open.push_back(&open.back()->children.back());
-        }
+        for (int i = 0; i < attrList.getLength(); ++i)
+            element.attributes.emplace_back(attrList.getQName(i), attrList.getValue(i));
+        if (!open.empty())
+            open.back()->children.push_back(element);
+        open.push_back(&element);
     }
 
     void endElement(const Poco::XML::XMLString&, const Poco::XML::XMLString&,
                     const Poco::XML::XMLString&) override {
-        open.pop_back();
+        if (depth-- <= MAX_DEPTH)
+            open.pop_back();
     }
+
+    int depthErrorLine = 0;
 
     // Text has no meaning in a device file. The first offence is noted
     // rather than thrown, so no exception has to cross the C parser.
@@ -99,9 +114,11 @@ private:
     int currentLine() const { return locator ? locator->getLineNumber() : 0; }
 
     const Poco::XML::Locator* locator = nullptr;
-    // Elements are appended to their parent's vector only while the parent
-    // is the innermost open element, so these pointers stay valid.
+    // A deque never moves its elements when it grows, so the references
+    // between elements and these pointers stay valid.
+    std::deque<Element> elements;
     std::vector<Element*> open;
+    int depth = 0;
 };
 
 // ---------------------------------------------------------------------------
@@ -176,8 +193,7 @@ private:
 
     void noChildren(const Element& element) const {
         if (!element.children.empty())
-            fail(element.children.front(), "unknown element <" + element.children.front().name +
-                                                "> inside <" + element.name + ">");
+            unknownElement(element.children.front(), element);
     }
 
     void checkAttributes(const Element& element, std::initializer_list<const char*> allowed) {
@@ -414,6 +430,7 @@ boost::shared_ptr<ModelDevice> parse(const std::string& text, const std::string&
     // A device file is self-contained: no DTDs or entities from elsewhere.
     parser.setFeature(Poco::XML::XMLReader::FEATURE_EXTERNAL_GENERAL_ENTITIES, false);
     parser.setFeature(Poco::XML::XMLReader::FEATURE_EXTERNAL_PARAMETER_ENTITIES, false);
+    parser.setFeature(Poco::XML::XMLReader::FEATURE_NAMESPACES, false);
     parser.setContentHandler(&tree);
     std::istringstream stream(text);
     Poco::XML::InputSource input(stream);
@@ -427,11 +444,16 @@ boost::shared_ptr<ModelDevice> parse(const std::string& text, const std::string&
         CoreException::createAndThrow("", ERR_DEVICE_FILE,
                                       sourceName + ": malformed XML: " + e.displayText());
     }
+    if (tree.depthErrorLine != 0)
+        CoreException::createAndThrow("", ERR_DEVICE_FILE,
+                                      sourceName + ":" + std::to_string(tree.depthErrorLine) +
+                                          ": elements nested deeper than " +
+                                          std::to_string(MAX_DEPTH) + " levels");
     if (tree.textErrorLine != 0)
         CoreException::createAndThrow("", ERR_DEVICE_FILE,
                                       sourceName + ":" + std::to_string(tree.textErrorLine) +
                                           ": " + tree.textError);
-    return Builder(sourceName).build(tree.root);
+    return Builder(sourceName).build(tree.root());
 }
 
 boost::shared_ptr<ModelDevice> load(const std::string& path) {
