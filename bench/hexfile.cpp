@@ -45,7 +45,10 @@ std::atomic<long long> gHeapNow(0);
 std::atomic<long long> gHeapPeak(0);
 const std::size_t kHeader = 16;  // keeps the alignment of malloc
 
-void* countedAlloc(std::size_t size) {
+// Neither is inlined into the replacement operators below: inlined, the
+// compiler sees free() on a pointer from operator new and an offset before
+// the caller's object, and warns about both, though the header makes it right.
+[[gnu::noinline]] void* countedAlloc(std::size_t size) {
     void* raw = std::malloc(size + kHeader);
     if (raw == nullptr) {
         return nullptr;
@@ -58,7 +61,7 @@ void* countedAlloc(std::size_t size) {
     return static_cast<char*>(raw) + kHeader;
 }
 
-void countedFree(void* p) {
+[[gnu::noinline]] void countedFree(void* p) {
     if (p == nullptr) {
         return;
     }
