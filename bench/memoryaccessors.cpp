@@ -2,6 +2,8 @@
 // memcpy of the same size in the same run. The interesting ratio is the
 // plain stack against memcpy for large aligned reads: the page path should
 // move whole pages straight between buffers and allocate nothing per call.
+// After the table, one goal line per stack: its throughput against memcpy,
+// goal at least 0.5.
 //
 // Stacks:
 //   stack:  bounded -> chunked(4 KiB) -> paged(256 B) -> target
@@ -14,10 +16,13 @@
 #include "libcommon/memory/shadowmemoryaccessor.h"
 #include "sim/recordingmemory.h"
 
+#include "benchgoals.h"
+
 #include <benchmark/benchmark.h>
 #include <boost/make_shared.hpp>
 
 #include <cstring>
+#include <string>
 #include <vector>
 
 namespace {
@@ -129,4 +134,18 @@ BENCHMARK(BM_ShadowRead)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ShadowWrite)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ShadowCommit)->Unit(benchmark::kMillisecond);
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    GoalReporter reporter;
+    if (!runBenchmarks(argc, argv, reporter))
+        return 1;
+
+    const double memcpyRate = reporter.bytesPerSecond("BM_Memcpy");
+    printGoalHeader();
+    for (const char* stack : {"BM_StackRead/0", "BM_StackRead/3", "BM_StackWrite/0",
+                              "BM_StackWrite/3", "BM_ShadowRead", "BM_ShadowWrite",
+                              "BM_ShadowCommit"}) {
+        printGoal(std::string(stack + 3) + " vs memcpy",
+                  reporter.bytesPerSecond(stack) / memcpyRate, GOAL_AT_LEAST, 0.5, "x");
+    }
+    return 0;
+}
