@@ -3,6 +3,7 @@
 #include "errors.h"
 
 #include "libcommon/device/didevicehelper.h"
+#include "libcommon/stringconstants.h"
 
 #include <cstdio>
 
@@ -50,6 +51,9 @@ boost::shared_ptr<ITarget> createSimulatedTarget(boost::shared_ptr<DIDevice> dev
     const std::string arch = device->getArchitecture();
     if (arch.compare(0, 5, "TARN8") == 0) {
         return createTarn8Target(device);
+    }
+    if (arch == ARCH_TARN32_PELT) {
+        return createPeltTarget(device);
     }
     if (device->getModule("NVMCTRL")) {
         return createNvmTarget(device);

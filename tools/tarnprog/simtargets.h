@@ -34,6 +34,7 @@ void checkState(const std::string& path, const ChipState& state, const std::stri
 
 boost::shared_ptr<ITarget> createTarn8Target(boost::shared_ptr<DIDevice> device);
 boost::shared_ptr<ITarget> createNvmTarget(boost::shared_ptr<DIDevice> device);
+boost::shared_ptr<ITarget> createPeltTarget(boost::shared_ptr<DIDevice> device);
 
 }  // namespace tarnprog
 
