@@ -8,6 +8,7 @@
 #include "errors.h"
 #include "simtargets.h"
 
+#include "libcommon/core/status.h"
 #include "libcommon/flash/flashinformation.h"
 #include "libcommon/flash/peltinternalflash.h"
 #include "libcommon/memory/targetaccessors.h"
@@ -23,6 +24,7 @@ namespace tarnprog {
 namespace {
 
 const ITarn32Target::MemoryType MEMORY = static_cast<ITarn32Target::MemoryType>(0);
+const uint32_t SECURITY_BIT = 1u << 4;  // of FSR
 
 class PeltTarget : public ITarget, public IProtection {
 public:
@@ -142,11 +144,19 @@ public:
                       static_cast<unsigned long long>(readFuses()));
         return {"16 lock regions of " + std::to_string(regionSize()) +
                     " bytes; locked: " + (locked.empty() ? "none" : locked),
-                std::string("security bit ") + (driver->getSecurityLevel() ? "set" : "clear"),
-                fuses};
+                // The SECURITY flag itself: the driver's level reads a bit
+                // that the flash size code shares.
+                std::string("security bit ") + (fsr & SECURITY_BIT ? "set" : "clear"), fuses};
     }
 
-    void lock(uint64_t, uint64_t) override { driver->setLockBit(0); }
+    void lock(uint64_t, uint64_t) override {
+        try {
+            driver->setLockBit(0);
+        } catch (const GenericError& e) {
+            throw TargetError(device->getName() + " cannot lock regions through its driver (" +
+                              e.what() + ")");
+        }
+    }
     void unlock(uint64_t address, uint64_t size) override {
         driver->unlockRegion(address, static_cast<unsigned>(size));
     }

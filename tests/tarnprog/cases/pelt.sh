@@ -38,6 +38,9 @@ same_file expect.bin page.bin
 
 tp lock TP32A512
 expect_rc 3
+expect_err "TP32A512 cannot lock regions through its driver"
+tp protection TP32A512
+expect_out "security bit clear"
 tp security TP32A512 1 --force
 expect_rc 0
 tp protection TP32A512
