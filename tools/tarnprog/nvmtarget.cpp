@@ -76,12 +76,7 @@ public:
         for (const auto& known : readableSpaces()) {
             if (known.first == space) {
                 const uint64_t start = chip->getRegion(space).start;
-                if (address < start || size == 0 || address - start > known.second ||
-                    size > known.second - (address - start)) {
-                    throw UsageError("0x" + hexText(size) + " bytes at 0x" + hexText(address) +
-                                     " lie outside " + space + " (0x" + hexText(start) + "-0x" +
-                                     hexText(start + known.second - 1) + ")");
-                }
+                checkRange(space, start, start + known.second - 1, address, size);
                 std::vector<unsigned char> data(size);
                 chip->read(address, size, data.begin(), boost::shared_ptr<MemoryError>(), nullptr);
                 return data;

@@ -72,15 +72,7 @@ public:
             throw UsageError("no memory '" + space + "' on " + device->getName() +
                              " (flash, user_page)");
         }
-        if (address < start || size == 0 || address - start >= length ||
-            size > length - (address - start)) {
-            char text[160];
-            std::snprintf(text, sizeof text, "0x%x bytes at 0x%llx lie outside %s (0x%llx-0x%llx)",
-                          size, static_cast<unsigned long long>(address), space.c_str(),
-                          static_cast<unsigned long long>(start),
-                          static_cast<unsigned long long>(start + length - 1));
-            throw UsageError(text);
-        }
+        checkRange(space, start, start + length - 1, address, size);
         std::vector<unsigned char> data(size);
         memory->read(address, size, data.begin(), boost::shared_ptr<MemoryError>(), nullptr);
         return data;

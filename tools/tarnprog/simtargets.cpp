@@ -9,18 +9,22 @@
 
 namespace tarnprog {
 
-std::vector<unsigned char> readContext(MemoryContext& context, uint64_t address, uint32_t size) {
-    const uint64_t first = context.getMemoryStartBound();
-    const uint64_t last = context.getMemoryEndBound();
+void checkRange(const std::string& space, uint64_t first, uint64_t last, uint64_t address,
+                uint32_t size) {
     if (size == 0 || address < first || address > last || size - 1 > last - address) {
         char text[160];
         std::snprintf(text, sizeof text, "0x%llx bytes at 0x%llx lie outside %s (0x%llx-0x%llx)",
                       static_cast<unsigned long long>(size),
-                      static_cast<unsigned long long>(address), context.getMemoryName().c_str(),
+                      static_cast<unsigned long long>(address), space.c_str(),
                       static_cast<unsigned long long>(first),
                       static_cast<unsigned long long>(last));
         throw UsageError(text);
     }
+}
+
+std::vector<unsigned char> readContext(MemoryContext& context, uint64_t address, uint32_t size) {
+    checkRange(context.getMemoryName(), context.getMemoryStartBound(), context.getMemoryEndBound(),
+               address, size);
     std::vector<unsigned char> data(size);
     boost::shared_ptr<IMemoryError> error;
     context.getMemory(address, 0, data, 0, size, AccessPlain, nullptr, error);

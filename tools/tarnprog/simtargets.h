@@ -22,6 +22,11 @@ public:
     using MemoryContext::MemoryContext;
 };
 
+// Refuses (UsageError) a read of size bytes at address that leaves the
+// memory [first, last] named space.
+void checkRange(const std::string& space, uint64_t first, uint64_t last, uint64_t address,
+                uint32_t size);
+
 // Reads size bytes at address of a memory context, refusing ranges outside
 // it (UsageError) and turning failed bytes into a TargetError.
 std::vector<unsigned char> readContext(MemoryContext& context, uint64_t address, uint32_t size);
