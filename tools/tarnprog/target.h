@@ -28,8 +28,9 @@ struct TargetCounters {
     uint64_t bytesErased = 0;
 };
 
-// A chip's optional extras beyond its main flash. Each operation throws a
-// TargetError where the chip has no such thing.
+// A chip's optional extras beyond its main flash. Each operation throws
+// where the chip has no such thing: a TargetError, or the refusal of the
+// chip's flash driver in the driver's own words.
 class IProtection {
 public:
     virtual ~IProtection() = default;
