@@ -10,6 +10,7 @@
 
 #include "devices.h"
 #include "errors.h"
+#include "eval.h"
 #include "image.h"
 #include "target.h"
 
@@ -665,6 +666,8 @@ int run(int argc, char** argv) {
     };
 
     CLI::App* devices = app.add_subcommand("devices", "list the known device files");
+    EvalArgs evalArgs;
+    CLI::App* evalCmd = addEvalCommand(app, evalArgs);
     CLI::App* info = app.add_subcommand("info", "show a part's memories and flash");
     addDevice(info);
 
@@ -748,6 +751,9 @@ int run(int argc, char** argv) {
     std::signal(SIGINT, onInterrupt);
     std::unique_ptr<Session> session;
     try {
+        if (evalCmd->parsed()) {
+            return runEval(evalArgs, globals.json);
+        }
         if (devices->parsed()) {
             listDevices(globals);
             return EXIT_OK;
