@@ -221,12 +221,7 @@ TEST_P(EachProgram, FunctionsHoldTheirParametersAndLocals) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Programs, EachProgram, ::testing::ValuesIn(debugPrograms),
-                         [](const ::testing::TestParamInfo<const char*>& info) {
-                             std::string name = info.param;
-                             for (char& ch : name)
-                                 if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
-                             return name;
-                         });
+                         programTestName);
 
 TEST(DwarfProgramRead, RefusesAProgramWithoutDebugInformation) {
     auto image = ElfImage::open(testProgram("watchprog-arm-nodebug.elf"));

@@ -231,12 +231,6 @@ TEST_P(Symbols, EngineChainsKeepTheCompilersLayout) {
                           false, *info));
 }
 
-INSTANTIATE_TEST_SUITE_P(Programs, Symbols, ::testing::ValuesIn(debugPrograms),
-                         [](const ::testing::TestParamInfo<const char*>& info) {
-                             std::string name = info.param;
-                             for (char& ch : name)
-                                 if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
-                             return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(Programs, Symbols, ::testing::ValuesIn(debugPrograms), programTestName);
 
 }  // namespace

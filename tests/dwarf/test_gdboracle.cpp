@@ -130,13 +130,7 @@ TEST_P(GdbOracle, AgreesWithGdb) {
     EXPECT_EQ("", mismatches.str()) << program;
 }
 
-INSTANTIATE_TEST_SUITE_P(Programs, GdbOracle, ::testing::ValuesIn(debugPrograms),
-                         [](const ::testing::TestParamInfo<const char*>& info) {
-                             std::string name = info.param;
-                             for (char& ch : name)
-                                 if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
-                             return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(Programs, GdbOracle, ::testing::ValuesIn(debugPrograms), programTestName);
 
 TEST(ElfWatchFailures, UnknownNamesFailAloneWithTheEnginesMessage) {
     ElfWatch watch(testProgram("watchprog-arm.elf"));

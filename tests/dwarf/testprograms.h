@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <string>
 #include <utility>
 
@@ -19,6 +20,14 @@ inline std::string testProgram(const std::string& name) {
 // and the host's 64-bit build.
 inline const char* const debugPrograms[] = {"watchprog-arm.elf", "watchprog-arm-dwarf4.elf",
                                             "watchprog-host.elf"};
+
+// The test name of a program variant: its file name, punctuation as '_'.
+inline std::string programTestName(const ::testing::TestParamInfo<const char*>& info) {
+    std::string name = info.param;
+    for (char& ch : name)
+        if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
+    return name;
+}
 
 // Runs f and returns the code and message of the CoreException it throws;
 // records a test failure when it throws none.
