@@ -426,9 +426,18 @@ DwarfLocation DwarfReader::readLocation(Dwarf_Die* die, const DwarfLocation* fra
     if (count != 1 && !(count == 2 && ops[1].atom == DW_OP_plus_uconst)) return location;
     uint64_t extra = count == 2 ? ops[1].number : 0;
     uint8_t atom = ops[0].atom;
+    Dwarf_Attribute indexed;
+    Dwarf_Addr address = 0;
     if (atom == DW_OP_addr) {
         location.kind = DwarfLocation::ADDRESS;
         location.address = ops[0].number + extra;
+    } else if (atom == DW_OP_addrx || atom == DW_OP_GNU_addr_index) {
+        // DWARF 5 keeps addresses in a table of the unit (clang does so).
+        if (dwarf_getlocation_attr(&attr, &ops[0], &indexed) == 0 &&
+            dwarf_formaddr(&indexed, &address) == 0) {
+            location.kind = DwarfLocation::ADDRESS;
+            location.address = address + extra;
+        }
     } else if (atom == DW_OP_fbreg && frameBase) {
         location = *frameBase;
         if (location.kind == DwarfLocation::FRAME_OFFSET ||

@@ -20,25 +20,29 @@ boost::shared_ptr<IStackTraceContext> ElfWatch::frame(uint64_t instructionAddres
 }
 
 WatchResult ElfWatch::evaluate(const std::string& expression, uint64_t instructionAddress) {
-    value v;
+    auto types = boost::make_shared<SymtabList>();
+    auto names = boost::make_shared<SymtabList>();
+    WatchResult result;
     try {
-        auto api = boost::make_shared<SymbolAccessorApi>(
-            symbols, frame(instructionAddress), compilerInfo, boost::make_shared<SymtabList>(),
-            boost::make_shared<SymtabList>());
-        v = evalExpression(expression, api, nullptr, nullptr);
+        auto api = boost::make_shared<SymbolAccessorApi>(symbols, frame(instructionAddress),
+                                                         compilerInfo, types, names);
+        value v = evalExpression(expression, api, nullptr, nullptr);
         // A name nobody knows comes back untyped; fetching it gives the
         // engine's own failure for it.
         if (!v.type) {
             ScopedCompilerInfo inForce(compilerInfo);
             v = fetchValue(v, api);
         }
+        result = describe(expression, v);
     } catch (...) {
-        WatchResult failed;
-        failed.expression = expression;
-        failed.error = watchErrorText(std::current_exception());
-        return failed;
+        result.expression = expression;
+        result.error = watchErrorText(std::current_exception());
     }
-    return describe(expression, v);
+    // The chains of a struct that points to itself hold each other through
+    // the member entries of these lists; nothing outlives this evaluation.
+    releaseSymtabList(*types);
+    releaseSymtabList(*names);
+    return result;
 }
 
 WatchResult ElfWatch::describe(const std::string& expression, const value& v) {
