@@ -12,6 +12,7 @@
 #include "libcommon/context/stacktracecontext.h"
 #include "libcommon/expr/evaluator.h"
 #include "libcommon/expr/memorylocation.h"
+#include "libcommon/expr/symbolaccess.h"
 #include "libcommon/iprocesscontext.h"
 #include "libcommon/memory/memorycontext.h"
 #include "sim/recordingmemory.h"
@@ -61,7 +62,11 @@ struct Program {
         frame = boost::make_shared<GeneralStackTraceContext>(
             "Frame_0", "main", boost::shared_ptr<IContextBase>(), process, 0x8F0, 0, 0, 0, 0, 0,
             registers);
-        environment = boost::make_shared<ScopedValueEnvironment>(frame, &format);
+        // The operations take sizes and the frame from the API, as in an
+        // evaluation; names are made below, so it has no symbol information.
+        api = boost::make_shared<SymbolAccessorApi>(boost::shared_ptr<ISymbolInformation>(), frame,
+                                                    info, boost::make_shared<SymtabList>(),
+                                                    boost::make_shared<SymtabList>());
 
         auto field = [](const std::string& name, boost::shared_ptr<link_variant> chain) {
             auto entry = boost::make_shared<symtab>(name);
@@ -120,50 +125,47 @@ struct Program {
     ScopedCompilerInfo inForce;
     std::vector<uint64_t> registers;
     boost::shared_ptr<GeneralStackTraceContext> frame;
-    std::string format;
-    boost::shared_ptr<ScopedValueEnvironment> environment;
+    SymbolApiPtr api;
     boost::shared_ptr<link_variant> structType;
     boost::shared_ptr<link_variant> pointerType;
     std::map<std::string, value> names;
 };
 
-const SymbolApiPtr kNoApi;
-
 // One round of the eight expressions; the results are fetched as the walk
 // fetches a statement's value.
 int64_t evaluateRound(Program& program) {
     auto& n = program.names;
-    auto fetched = [](const value& v) { return static_cast<int64_t>(fetchValue(v, kNoApi).val); };
+    const SymbolApiPtr& api = program.api;
+    auto fetched = [&api](const value& v) { return static_cast<int64_t>(fetchValue(v, api).val); };
     int64_t sum = 0;
     // s.a
-    sum += fetched(exec_access(kNoApi, OP_DOT, program.s(), n["a"]));
+    sum += fetched(exec_access(api, OP_DOT, program.s(), n["a"]));
     // s.b[2]
-    sum += fetched(exec_access(kNoApi, OP_INDEX, exec_access(kNoApi, OP_DOT, program.s(), n["b"]),
+    sum += fetched(exec_access(api, OP_INDEX, exec_access(api, OP_DOT, program.s(), n["b"]),
                                makeInt(IT_SINT, 2)));
     // s.a * 3 + 1
-    value product = exec_binary_operation(
-        kNoApi, "*", exec_access(kNoApi, OP_DOT, program.s(), n["a"]), makeInt(IT_SINT, 3), false);
-    sum += fetched(exec_binary_operation(kNoApi, "+", product, makeInt(IT_SINT, 1), false));
+    value product = exec_binary_operation(api, "*", exec_access(api, OP_DOT, program.s(), n["a"]),
+                                          makeInt(IT_SINT, 3), false);
+    sum += fetched(exec_binary_operation(api, "+", product, makeInt(IT_SINT, 1), false));
     // (char)s.a
     auto charType = boost::make_shared<symtab>("tn");
     charType->type = charType->etype = makeSpecifierLink(NOUN_INT, IT_CHAR);
-    sum += fetched(exec_cast(kNoApi, charType, exec_access(kNoApi, OP_DOT, program.s(), n["a"])));
+    sum += fetched(exec_cast(api, charType, exec_access(api, OP_DOT, program.s(), n["a"])));
     // sizeof(s)
-    sum += fetched(exec_unary_operation(kNoApi, OP_SIZEOF, program.s()));
+    sum += fetched(exec_unary_operation(api, OP_SIZEOF, program.s()));
     // &s.b[1]
     sum += fetched(exec_unary_operation(
-        kNoApi, '&',
-        exec_access(kNoApi, OP_INDEX, exec_access(kNoApi, OP_DOT, program.s(), n["b"]),
+        api, '&',
+        exec_access(api, OP_INDEX, exec_access(api, OP_DOT, program.s(), n["b"]),
                     makeInt(IT_SINT, 1))));
     // s.a > 2 ? s.a : 0
     value condition = exec_logical_operation(
-        kNoApi, ">", exec_access(kNoApi, OP_DOT, program.s(), n["a"]), makeInt(IT_SINT, 2));
-    sum += valueToBool(condition, kNoApi)
-               ? fetched(exec_access(kNoApi, OP_DOT, program.s(), n["a"]))
-               : fetched(makeInt(IT_SINT, 0));
+        api, ">", exec_access(api, OP_DOT, program.s(), n["a"]), makeInt(IT_SINT, 2));
+    sum += valueToBool(condition, api) ? fetched(exec_access(api, OP_DOT, program.s(), n["a"]))
+                                       : fetched(makeInt(IT_SINT, 0));
     // p->next->a
-    sum += fetched(exec_access(kNoApi, OP_ARROW,
-                               exec_access(kNoApi, OP_ARROW, program.p(), n["next"]), n["a"]));
+    sum += fetched(
+        exec_access(api, OP_ARROW, exec_access(api, OP_ARROW, program.p(), n["next"]), n["a"]));
     return sum;
 }
 

@@ -1,4 +1,4 @@
-#include "exprfixture.h"
+#include "test_evaluation_support.h"
 
 #include "libcommon/expr/evaluator.h"
 #include "libcommon/expr/memorylocation.h"
@@ -17,10 +17,9 @@ typedef std::vector<unsigned char> Bytes;
 
 class EvaluatorTest : public ::testing::TestWithParam<ExprFixture::Profile> {
 protected:
-    // The operations run as in an evaluation without an API: the fixture
-    // puts its CompilerInfo in force, the test its frame and format store.
-    explicit EvaluatorTest(bool bigEndian = false)
-        : fx(GetParam(), bigEndian), environment(fx.frame, &format) {}
+    // The operations get the API an evaluation passes them: the fixture's
+    // frame, CompilerInfo and lists.
+    explicit EvaluatorTest(bool bigEndian = false) : fx(GetParam(), bigEndian), api(apiOver(fx)) {}
 
     // A variable of the program as the name lookup gives it: a copy of its
     // chain with the location's space on the head, its location, an lvalue.
@@ -70,15 +69,11 @@ protected:
     size_t I() const { return static_cast<size_t>(fx.intSize); }
     bool eightBit() const { return fx.profile == ExprFixture::TARN8; }
 
+    const std::string& format() const { return api->getFormatString(); }
+
     ExprFixture fx;
-    std::string format;
-    ScopedValueEnvironment environment;
     const SymbolApiPtr api;
 };
-
-std::string profileName(const ::testing::TestParamInfo<ExprFixture::Profile>& info) {
-    return info.param == ExprFixture::TARN8 ? "Tarn8" : "Tarn32";
-}
 
 }  // namespace
 
@@ -399,13 +394,13 @@ TEST_P(EvaluatorTest, UnaryOperators) {
 
 TEST_P(EvaluatorTest, FormatSuffixSwitchesTheMemorySpace) {
     value hex = bin(",", var("counter"), name("hex"));
-    EXPECT_EQ(format, "hex");
+    EXPECT_EQ(format(), "hex");
     EXPECT_EQ(intOf(hex), 5);
     EXPECT_EQ(hex.location->getMemoryName(), "data");
 
     fx.poke("prog", 0x100, {0x42, 0x00, 0x00, 0x00});
     value prog = bin(",", var("counter"), name("prog"));
-    EXPECT_EQ(format, "prog");
+    EXPECT_EQ(format(), "prog");
     EXPECT_EQ(prog.location->getMemoryName(), "prog");
     EXPECT_EQ(prog.location->getAbsoluteAddress(), 0x100u);
     EXPECT_EQ(getMemorySpaceName(prog.type), "prog");
@@ -414,7 +409,25 @@ TEST_P(EvaluatorTest, FormatSuffixSwitchesTheMemorySpace) {
     EXPECT_EQ(intOf(var("counter")), 5);
     // A resolved name on the right is a format name too.
     bin(",", var("counter"), var("ch"));
-    EXPECT_EQ(format, "ch");
+    EXPECT_EQ(format(), "ch");
+}
+
+TEST_P(EvaluatorTest, TheApisSizesWinOverTheOnesInForce) {
+    // The other profile's fixture puts its CompilerInfo in force while it
+    // lives; an operation given the API still works at the API's widths.
+    ExprFixture other(eightBit() ? ExprFixture::TARN32 : ExprFixture::TARN8);
+    value sum = bin("+", num(0x7FFF), num(1));
+    EXPECT_EQ(intOf(sum), eightBit() ? -32768 : 32768);
+    EXPECT_EQ(intOf(exec_unary_operation(api, OP_SIZEOF, var("counter"))), fx.intSize);
+
+    // Without an API the one in force decides (here the other profile's).
+    const SymbolApiPtr none;
+    EXPECT_EQ(
+        int64_t(valueToDouble(exec_binary_operation(none, "+", num(0x7FFF), num(1), false), none)),
+        eightBit() ? 32768 : -32768);
+    // ... and a format suffix has nowhere to go: the API's store is untouched.
+    exec_binary_operation(none, ",", var("counter"), name("hex"), false);
+    EXPECT_EQ(format(), "");
 }
 
 TEST_P(EvaluatorTest, BuiltInFunctionsAndCasts) {

@@ -2,6 +2,7 @@
 
 #include "libcommon/core/status.h"
 #include "libcommon/expr/memorylocation.h"
+#include "libcommon/expr/symbolaccess.h"
 #include "libcommon/ilocation.h"
 
 #include <boost/make_shared.hpp>
@@ -9,88 +10,29 @@
 #include <cstring>
 #include <limits>
 
-// The symbol access API is built beside these operations; they use it where
-// it is there and fall back on what is in force otherwise.
-#if __has_include("libcommon/expr/symbolaccess.h")
-#include "libcommon/expr/symbolaccess.h"
-#define LIBCOMMON_EVALUATOR_HAS_SYMBOL_API 1
-#endif
-
 namespace {
 
 // ---------------------------------------------------------------------------
-// The environment of one operation.
+// What an operation takes from the API.
 
-boost::shared_ptr<IStackTraceContext> gFrameInForce;
-std::string* gFormatStringInForce = nullptr;
-
-#ifdef LIBCOMMON_EVALUATOR_HAS_SYMBOL_API
-// What the API offers, found by what it has: an API without one of these
-// leaves it to the environment in force.
-template <class A>
-auto apiCompilerInfo(A& api, int)
-    -> decltype(boost::shared_ptr<CompilerInfo>(api.getCompilerInfo())) {
-    return api.getCompilerInfo();
-}
-template <class A>
-boost::shared_ptr<CompilerInfo> apiCompilerInfo(A&, long) {
-    return boost::shared_ptr<CompilerInfo>();
-}
-template <class A>
-auto apiFrame(A& api, int) -> decltype(boost::shared_ptr<IStackTraceContext>(api.getStackTrace())) {
-    return api.getStackTrace();
-}
-template <class A>
-auto apiFrame(A& api, long) -> decltype(boost::shared_ptr<IStackTraceContext>(api.stackTrace)) {
-    return api.stackTrace;
-}
-template <class A>
-boost::shared_ptr<IStackTraceContext> apiFrame(A&, ...) {
-    return boost::shared_ptr<IStackTraceContext>();
-}
-template <class A>
-auto apiSetFormatString(A& api, const std::string& text, int)
-    -> decltype(api.setFormatString(text), bool()) {
-    api.setFormatString(text);
-    return true;
-}
-template <class A>
-bool apiSetFormatString(A&, const std::string&, long) {
-    return false;
-}
-#endif
-
+// The target's sizes come from the API. Unit code may call an operation
+// with an empty API; promotions and operation classes then use the
+// CompilerInfo in force (ScopedCompilerInfo), which throws if there is none.
 const CompilerInfo& infoOf(const SymbolApiPtr& api) {
-#ifdef LIBCOMMON_EVALUATOR_HAS_SYMBOL_API
-    if (api) {
-        boost::shared_ptr<CompilerInfo> info = apiCompilerInfo(*api, 0);
-        if (info) return *info;
-    }
-#else
-    (void)api;
-#endif
+    if (api && api->getCompilerInfo()) return *api->getCompilerInfo();
     return compilerInfoInForce();
 }
 
+// Pointer targets are made in the API's frame. Without an API they have no
+// frame, so they can be described but not read.
 boost::shared_ptr<IStackTraceContext> frameOf(const SymbolApiPtr& api) {
-#ifdef LIBCOMMON_EVALUATOR_HAS_SYMBOL_API
-    if (api) {
-        boost::shared_ptr<IStackTraceContext> frame = apiFrame(*api, 0);
-        if (frame) return frame;
-    }
-#else
-    (void)api;
-#endif
-    return gFrameInForce;
+    return api ? api->getStackTrace() : boost::shared_ptr<IStackTraceContext>();
 }
 
+// The format suffix is kept by the API for evalExpression to hand back;
+// without an API there is nobody to hand it to.
 void storeFormatString(const SymbolApiPtr& api, const std::string& text) {
-#ifdef LIBCOMMON_EVALUATOR_HAS_SYMBOL_API
-    if (api && apiSetFormatString(*api, text, 0)) return;
-#else
-    (void)api;
-#endif
-    if (gFormatStringInForce) *gFormatStringInForce = text;
+    if (api) api->setFormatString(text);
 }
 
 // ---------------------------------------------------------------------------
@@ -579,21 +521,6 @@ boost::shared_ptr<symtab> findField(const boost::shared_ptr<symtab>& fields,
 }
 
 }  // namespace
-
-// ---------------------------------------------------------------------------
-// The environment in force.
-
-ScopedValueEnvironment::ScopedValueEnvironment(boost::shared_ptr<IStackTraceContext> frame,
-                                               std::string* formatString)
-    : previousFrame(gFrameInForce), previousFormatString(gFormatStringInForce) {
-    gFrameInForce = std::move(frame);
-    gFormatStringInForce = formatString;
-}
-
-ScopedValueEnvironment::~ScopedValueEnvironment() {
-    gFrameInForce = previousFrame;
-    gFormatStringInForce = previousFormatString;
-}
 
 // ---------------------------------------------------------------------------
 // Reading values.

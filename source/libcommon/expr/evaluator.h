@@ -23,12 +23,10 @@
 // message carries a name; failures of the location layer pass through.
 // Of the API the operations use the target's sizes (getCompilerInfo()), the
 // frame in which pointer targets are made (getStackTrace()) and the store
-// of the format suffix (setFormatString()). Without an API, or where it
-// gives none of these, they take the CompilerInfo in force (see
-// ScopedCompilerInfo) and the frame and format store of the
-// ScopedValueEnvironment in force; the evaluation entry point puts both in
-// force for its run, so unit code can call the operations with an empty
-// API.
+// of the format suffix (setFormatString()); evalExpression passes its API
+// down to every operation. Unit code may pass an empty API: the sizes are
+// then those of the CompilerInfo in force (see ScopedCompilerInfo),
+// pointer targets have no frame and a format suffix is not kept.
 //
 //     value sum = exec_binary_operation(api, "+", makeInt(IT_SINT, 2),
 //                                       makeInt(IT_SINT, 3), false);
@@ -44,25 +42,9 @@
 #include <string>
 #include <vector>
 
-class IStackTraceContext;
 class SymbolAccessorApi;
 
 typedef boost::shared_ptr<SymbolAccessorApi> SymbolApiPtr;
-
-// Puts a frame and a store for the format suffix in force for its lifetime
-// and restores the previous ones after. Scopes nest; not synchronised.
-class ScopedValueEnvironment {
-public:
-    // formatString may be null: a format suffix is then not stored.
-    ScopedValueEnvironment(boost::shared_ptr<IStackTraceContext> frame, std::string* formatString);
-    ~ScopedValueEnvironment();
-    ScopedValueEnvironment(const ScopedValueEnvironment&) = delete;
-    ScopedValueEnvironment& operator=(const ScopedValueEnvironment&) = delete;
-
-private:
-    boost::shared_ptr<IStackTraceContext> previousFrame;
-    std::string* previousFormatString;
-};
 
 // Operation codes of the postfix and unary family. The other unary
 // operators are passed as their character: '&', '*', '+', '-', '~', '!', and
