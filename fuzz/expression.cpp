@@ -36,6 +36,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     auto api = boost::make_shared<SymbolAccessorApi>(
         fx.symbolInformation, fx.frame, fx.compilerInfo, boost::make_shared<SymtabList>(),
         boost::make_shared<SymtabList>());
+    // A struct that points to itself leaves a reference cycle in the lists;
+    // whoever owns the lists breaks it when dropping them, as a plug-in does
+    // at the end of its session.
+    struct Release {
+        SymbolAccessorApi& api;
+        ~Release() {
+            releaseSymtabList(*api.getTypes());
+            releaseSymtabList(*api.getSymbols());
+        }
+    } release{*api};
     const std::string text(reinterpret_cast<const char*>(data), size);
     try {
         std::string format;
