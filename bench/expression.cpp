@@ -75,13 +75,9 @@ Program& program() {
     return instance;
 }
 
-// Converting a struct from debug information appends its members to the
-// types list, so a list kept across hundreds of thousands of runs grows
-// without end and look-ups in it slow down; a plug-in keeps its lists per
-// session. Each run starts from empty lists here.
+// The lists live across all runs, as a plug-in keeps them for a whole
+// debug session.
 value evaluate(Program& p, const std::string& text) {
-    p.fx.types->clear();
-    p.fx.symbols->clear();
     return evalExpression(text, p.api);
 }
 

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -214,6 +215,24 @@ TEST_P(EvaluationTest, DeepNestingEvaluatesWithLinearLookups) {
     const int deep = lookupsFor(200);
     // Twenty times the nesting, at most twenty-one times the questions.
     EXPECT_LE(deep, 21 * shallow);
+}
+
+TEST_P(EvaluationTest, ListsKeptForASessionStopGrowing) {
+    // A plug-in keeps the two lists for a whole session and evaluates its
+    // watch expressions again at every stop.
+    const std::vector<std::string> watches = {
+        "flags.c",   "node.next->value",  "colour == BLUE",       "sizeof(struct Flags)",
+        "(Colour)5", "flags.x + nums[1]", "counter = counter + 1"};
+    for (const std::string& text : watches) eval(text);
+    const size_t types = fx.types->size(), symbols = fx.symbols->size();
+    for (int round = 0; round < 200; ++round)
+        for (const std::string& text : watches) eval(text);
+    EXPECT_EQ(fx.types->size(), types);
+    EXPECT_EQ(fx.symbols->size(), symbols);
+    EXPECT_EQ(number("node.next->next->value"), 42);
+    EXPECT_EQ(number("colour == GREEN"), 1);
+    EXPECT_EQ(number("flags.y"), -8);
+    EXPECT_EQ(number("counter"), 5 + 201);
 }
 
 INSTANTIATE_TEST_SUITE_P(Profiles, EvaluationTest,

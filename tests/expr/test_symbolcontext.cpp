@@ -148,6 +148,64 @@ TEST_P(SymbolChainTest, EnumConstantsBecomeTypes) {
     EXPECT_TRUE(isConstant(green->etype));
 }
 
+TEST_P(SymbolChainTest, ConvertingATypeAgainReusesItsEntries) {
+    auto convert = [&](const std::string& name) {
+        return createLinkVariantFromISymbolContext(fx.symbol(name)->typeContext, fx.types,
+                                                   fx.symbols);
+    };
+    const Link flags = convert("flags"), node = convert("node"), colour = convert("colour");
+    const size_t size = fx.types->size();
+    for (int i = 0; i < 50; ++i)
+        for (const char* name : {"flags", "node", "colour"}) convert(name);
+    EXPECT_EQ(fx.types->size(), size);
+
+    // The new chains use the entries already listed and read the same.
+    const Link node2 = convert("node");
+    EXPECT_EQ(node2->getStructdef()->fields, node->getStructdef()->fields);
+    EXPECT_EQ(text(node2->getStructdef()->fields->next->type), "struct Node*");
+    EXPECT_EQ(convert("flags")->getStructdef()->fields, flags->getStructdef()->fields);
+    EXPECT_EQ(convert("colour")->spec->enumerators, colour->spec->enumerators);
+    EXPECT_EQ(get_bit_sizeof(convert("flags"), *fx.compilerInfo),
+              get_bit_sizeof(flags, *fx.compilerInfo));
+
+    // Same names, another member type or another constant value: new entries.
+    auto small = member("value", fx.symbol("unsigned char"), 0, 1);
+    auto next = member("next", fx.symbol("node")->typeContext, 1, 1);
+    Link other = createLinkVariantFromISymbolContext(composite("Node", 2, {small, next}), fx.types,
+                                                     fx.symbols);
+    EXPECT_EQ(fx.types->size(), size + 2);
+    EXPECT_NE(other->getStructdef()->fields, node->getStructdef()->fields);
+    auto colours = boost::make_shared<TestSymbol>("Colour");
+    colours->symbolClass = ISymbolContext::SYMBOL_TYPE;
+    colours->typeClass = ISymbolContext::TYPE_ENUM;
+    colours->size = fx.intSize;
+    for (const char* constant : {"RED", "GREEN", "BLUE"}) {
+        auto c = boost::make_shared<TestSymbol>(constant);
+        c->value = {static_cast<unsigned char>(constant[0])};
+        colours->children.push_back(c);
+    }
+    Link otherColours = createLinkVariantFromISymbolContext(colours, fx.types, fx.symbols);
+    EXPECT_EQ(fx.types->size(), size + 5);
+    EXPECT_EQ(otherColours->spec->enumerators->type->spec->val, uint64_t('R'));
+    // An older entry hides a newer one of its name, so look-ups still find
+    // the first ones.
+    EXPECT_EQ(typeEntry("RED")->type->spec->val, 0u);
+
+    // A member struct laid out like the start of the one around it keeps
+    // its own single field: the outer one's entries are not finished while
+    // the member is converted.
+    const int I = fx.intSize;
+    auto inner = composite("In", I, {member("first", fx.symbol("int"), 0, I)});
+    auto outer = composite("Out", 2 * I,
+                           {member("first", fx.symbol("int"), 0, I), member("in", inner, I, I)});
+    for (int i = 0; i < 2; ++i) {
+        Link out = createLinkVariantFromISymbolContext(outer, fx.types, fx.symbols);
+        boost::shared_ptr<symtab> in = out->getStructdef()->fields->next;
+        ASSERT_TRUE(in);
+        EXPECT_FALSE(findChainEnd(in->type)->getStructdef()->fields->next);
+    }
+}
+
 TEST_P(SymbolChainTest, RoundTripThroughSymbolContexts) {
     // Debug information -> chain -> context describes the same type.
     for (const char* name : {"counter", "ch", "uc", "sh", "lg", "ul", "ll", "fl", "db", "flags",

@@ -9,6 +9,7 @@
 
 #include <boost/make_shared.hpp>
 #include <cctype>
+#include <iterator>
 #include <utility>
 
 std::map<std::string, SymbolContext *> SymbolContext::internalTypes;
@@ -74,11 +75,65 @@ int unsignedSubtypeOfBytes(unsigned int size) {
   return size == 1 ? IT_UCHAR : size == 2 ? IT_USHORT : IT_ULONG;
 }
 
+// Whether two chains describe the same type, for telling whether a struct
+// or enum met again is the one whose entries the types list already holds.
+// Aggregates and enums compare by their entries' identity: a nested one met
+// again was already matched and took over the older entries, so equal
+// contents mean the same objects. The one exception is the aggregate being
+// matched, which a member may point back at: its new link (self) stands for
+// the older aggregate whose fields start at selfFields.
+// a is the new chain, b the older one.
+bool sameChain(const link_variant *a, const link_variant *b,
+               const link_variant *self, const symtab *selfFields) {
+  for (; a && b; a = a->next.get(), b = b->next.get()) {
+    if (a->linkClass != b->linkClass || a->modifiers != b->modifiers ||
+        a->isTypedef != b->isTypedef || a->typedefName != b->typedefName ||
+        !a->decl != !b->decl || !a->spec != !b->spec)
+      return false;
+    if (a->decl && (a->decl->type != b->decl->type ||
+                    a->decl->numele != b->decl->numele ||
+                    a->decl->args != b->decl->args))
+      return false;
+    if (!a->spec)
+      continue;
+    const specifier &x = *a->spec, &y = *b->spec;
+    if (x.noun != y.noun || x.sclass != y.sclass || x.subtype != y.subtype ||
+        x.val != y.val || x.enumerators != y.enumerators ||
+        !x.structdef != !y.structdef)
+      return false;
+    if (x.structdef && x.structdef != y.structdef) {
+      const structdef &dx = *x.structdef, &dy = *y.structdef;
+      const symtab *fieldsOfX = a->spec == self->spec ? selfFields : dx.fields.get();
+      if (dx.tag != dy.tag || dx.size != dy.size || fieldsOfX != dy.fields.get())
+        return false;
+    }
+  }
+  return !a && !b;
+}
+
+bool sameEntry(const symtab &a, const symtab &b, const link_variant *self,
+               const symtab *selfFields) {
+  return a.name == b.name && a.locofs == b.locofs && a.locsize == b.locsize &&
+         a.isAnonymous == b.isAnonymous &&
+         sameChain(a.type.get(), b.type.get(), self, selfFields);
+}
+
+// Whether the run of entries linked from newer, to its end, matches the one
+// linked from older entry by entry.
+bool sameRun(const symtab *newer, const symtab *older, const link_variant *self) {
+  const symtab *start = older;
+  for (; older && newer; older = older->next.get(), newer = newer->next.get())
+    if (!sameEntry(*newer, *older, self, start))
+      return false;
+  return !older && !newer;
+}
+
 class ChainBuilder {
 public:
   ChainBuilder(boost::shared_ptr<SymtabList> types,
                boost::shared_ptr<SymtabList> symbols)
-      : types(std::move(types)), symbols(std::move(symbols)) {}
+      : types(std::move(types)), symbols(std::move(symbols)),
+        before(markTypes()) {}
 
   boost::shared_ptr<link_variant>
   build(const boost::shared_ptr<ISymbolContext> &symbol);
@@ -100,13 +155,55 @@ private:
     if (types)
       types->push_back(entry);
   }
+  // Where the entries of an aggregate or enum start to be added: the last
+  // entry before them, or the end of an empty list (which stays the end).
+  SymtabList::iterator markTypes() {
+    if (!types)
+      return SymtabList::iterator();
+    return types->empty() ? types->end() : std::prev(types->end());
+  }
+  boost::shared_ptr<symtab> reuseTypes(SymtabList::iterator mark,
+                                       const boost::shared_ptr<symtab> &fresh,
+                                       const link_variant *self);
 
   BuildCache cache;
   boost::shared_ptr<SymtabList> types;
   // Passed along for symbols that need it; the conversion stores nothing
   // there.
   boost::shared_ptr<SymtabList> symbols;
+  // The last entry that was in types before this conversion. Only entries
+  // up to it can be reused: the ones this conversion adds may still be
+  // missing their next members.
+  SymtabList::iterator before;
 };
+
+// The types list lives as long as a debug session, and every evaluation
+// converts the types it meets again. Each conversion of an aggregate or
+// enum first adds its entries as a new one would (so the list keeps the
+// order a first conversion gives it), then looks among the entries that
+// were there before the conversion began for a run of the same entries.
+// If there is one, the new entries leave the list again and the older run
+// is returned to be used in their place, so converting the same type again
+// and again leaves the list as it was. Look-ups cannot tell: an older
+// entry of a name hides a newer one anyway. Empty when the entries are new.
+boost::shared_ptr<symtab>
+ChainBuilder::reuseTypes(SymtabList::iterator mark,
+                         const boost::shared_ptr<symtab> &fresh,
+                         const link_variant *self) {
+  if (!types || !fresh || before == types->end())
+    return boost::shared_ptr<symtab>();
+  const SymtabList::iterator added =
+      mark == types->end() ? types->begin() : std::next(mark);
+  for (auto older = types->begin(); older != std::next(before); ++older) {
+    if (*older && (*older)->name == fresh->name &&
+        sameRun(fresh.get(), older->get(), self)) {
+      boost::shared_ptr<symtab> run = *older;
+      types->erase(added, types->end());
+      return run;
+    }
+  }
+  return boost::shared_ptr<symtab>();
+}
 
 boost::shared_ptr<link_variant>
 ChainBuilder::build(const boost::shared_ptr<ISymbolContext> &symbol) {
@@ -229,6 +326,7 @@ ChainBuilder::composite(const boost::shared_ptr<ISymbolContext> &symbol) {
   // Cached before the members are read, so a member that points back at
   // this struct ends at this link.
   cache.emplace_back(symbol, link);
+  const SymtabList::iterator mark = markTypes();
 
   unsigned int anonymous = 1;
   boost::shared_ptr<symtab> last;
@@ -290,6 +388,8 @@ ChainBuilder::composite(const boost::shared_ptr<ISymbolContext> &symbol) {
   }
   def->size = static_cast<uint32_t>(8 * int64_t(symbol->getSize()));
   def->tag = symbol->getName();
+  if (boost::shared_ptr<symtab> older = reuseTypes(mark, def->fields, link.get()))
+    def->fields = older;
   return link;
 }
 
@@ -303,6 +403,7 @@ ChainBuilder::enumeration(const boost::shared_ptr<ISymbolContext> &symbol) {
   }
   const int size = symbol->getSize();
   link->spec->subtype = size == 1 ? IT_CHAR : size == 2 ? IT_SHORT : IT_LONG;
+  const SymtabList::iterator mark = markTypes();
 
   boost::shared_ptr<symtab> last;
   for (const boost::shared_ptr<ISymbolContext> &child :
@@ -322,6 +423,9 @@ ChainBuilder::enumeration(const boost::shared_ptr<ISymbolContext> &symbol) {
       link->spec->enumerators = entry;
     last = entry;
   }
+  if (boost::shared_ptr<symtab> older =
+          reuseTypes(mark, link->spec->enumerators, link.get()))
+    link->spec->enumerators = older;
   return link;
 }
 
