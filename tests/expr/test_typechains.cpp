@@ -373,7 +373,7 @@ TEST(TypeChainDeclarations, CombiningSpecifiers) {
               "illegal syntax signed unsigned");
     EXPECT_EQ(
         thrownText([&] { combined(spec(FT_FLOAT, NOUN_FLOAT), makeModifierLink(MOD_UNSIGNED)); }),
-        "Illegal sign/unsigned specification for floating point number");
+        "Illegal signed/unsigned modifier for a floating point type");
     EXPECT_EQ(thrownText([&] { combined(decl(DECL_POINTER, spec(IT_INT)), spec(IT_INT)); }),
               "Internal cannot combine declarators in a decl");
     EXPECT_EQ(thrownText([&] { combined(spec(FT_FLOAT, NOUN_FLOAT), spec(IT_INT)); }),

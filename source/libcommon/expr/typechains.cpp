@@ -612,7 +612,7 @@ boost::shared_ptr<link_variant> combineSpecifiers(boost::shared_ptr<link_variant
             case FT_FLOAT:
             case FT_DOUBLE:
             case FT_LONGDOUBLE:
-                throw "Illegal sign/unsigned specification for floating point number";
+                throw "Illegal signed/unsigned modifier for a floating point type";
             default:
                 if (subtype >= IT_SCHAR && subtype <= IT_U64 && onlySigned)
                     throw "illegal syntax signed unsigned";
