@@ -9,6 +9,11 @@
 #include "libcommon/core/status.h"
 #include "libcommon/imemorycontext.h"
 
+#include <Poco/AutoPtr.h>
+#include <Poco/Channel.h>
+#include <Poco/Logger.h>
+#include <Poco/Message.h>
+
 #include <string>
 #include <vector>
 
@@ -163,6 +168,13 @@ TEST(BigEndianTarget, AssignmentsWriteTheMostSignificantByteFirst) {
 // The wrappers, over an expression service that evaluates with the engine
 // as a plug-in would.
 
+// Collects what reaches a Poco logger.
+class CaptureChannel : public Poco::Channel {
+public:
+    void log(const Poco::Message& message) override { messages.push_back(message.getText()); }
+    std::vector<std::string> messages;
+};
+
 class Frames : public IStackTraceService {
 public:
     std::vector<boost::shared_ptr<IStackTraceContext>> getFrames(boost::shared_ptr<IProcessContext>,
@@ -253,6 +265,13 @@ TEST_P(WrapperTest, ValuesOfAStoppedProcess) {
     EXPECT_EQ(std::string(bytes.begin(), bytes.begin() + 5), "hello");
     EXPECT_EQ(service->languages, (std::vector<std::string>{"C", "C", "C"}));
     EXPECT_EQ(service->disposed, 3);
+
+    // Statements run in order and their writes reach the chip.
+    EXPECT_EQ(evaluateExpressionAsInt64(status, fx.process, "counter = 5; counter++; counter"), 6);
+    EXPECT_TRUE(status.isOk());
+    EXPECT_EQ(fx.peekNumber(0x100, static_cast<size_t>(fx.intSize)), 6u);
+    EXPECT_EQ(evaluateExpressionAsInt64(status, fx.process, "flags.b = 3; flags.a"), 5);
+    EXPECT_EQ(fx.peekNumber(0x130, 1), (3u << 3) | 5u);
 }
 
 TEST_P(WrapperTest, AWordAddressOfSmallProgramMemoryIsDoubled) {
@@ -266,12 +285,23 @@ TEST_P(WrapperTest, AWordAddressOfSmallProgramMemoryIsDoubled) {
 }
 
 TEST_P(WrapperTest, FailuresBecomeStatusCodes) {
+    Poco::AutoPtr<CaptureChannel> log(new CaptureChannel);
+    Poco::Logger::get("exp").setChannel(log);
     Status status;
     frames->frames.clear();
     EXPECT_EQ(evaluateExpressionAsInt64(status, fx.process, "counter"), 0);
     EXPECT_EQ(status.getErrorCode(), ERR_OPERATION_FAILED);
     EXPECT_EQ(status.getMessage(), "Running");
+    EXPECT_EQ(log->messages, (std::vector<std::string>{
+                                 "Failed to get expression context for expression <counter>: "
+                                 "Running"}));
+    status.reset();
+    EXPECT_EQ(evaluateExpressionAsAbsoluteDataAddress(status, fx.process, "counter"), 0);
+    EXPECT_EQ(status.getErrorCode(), ERR_OPERATION_FAILED);
+    EXPECT_EQ(status.getMessage(), "Running");
+    status.reset();
     EXPECT_TRUE(evaluateExpressionAsRawByteArray(status, fx.process, "counter").empty());
+    EXPECT_EQ(status.getMessage(), "Running");
     frames->frames = {fx.frame};
 
     status.reset();
@@ -296,12 +326,25 @@ TEST_P(WrapperTest, FailuresBecomeStatusCodes) {
     EXPECT_EQ(status.getErrorCode(), ERR_INVALID_CONTEXT);
     EXPECT_EQ(status.getMessage(), "Invalid Process Context while evaluating expression");
 
+    // Without a process the other two fail the same way as without a
+    // context, and nothing crashes.
+    status.reset();
+    EXPECT_EQ(evaluateExpressionAsInt64(status, boost::shared_ptr<IProcessContext>(), "counter"),
+              0);
+    EXPECT_EQ(status.getErrorCode(), ERR_INVALID_CONTEXT);
+    status.reset();
+    EXPECT_TRUE(
+        evaluateExpressionAsRawByteArray(status, boost::shared_ptr<IProcessContext>(), "counter")
+            .empty());
+    EXPECT_EQ(status.getErrorCode(), ERR_INVALID_CONTEXT);
+
     // The byte array keeps the status it had and gives nothing.
     status.reset();
     EXPECT_TRUE(evaluateExpressionAsRawByteArray(status, fx.process, "1 +").empty());
     EXPECT_TRUE(status.isOk());
     // Every context that was made was disposed of.
     EXPECT_EQ(service->disposed, 3);
+    Poco::Logger::get("exp").setChannel(nullptr);
 }
 
 INSTANTIATE_TEST_SUITE_P(Profiles, WrapperTest,

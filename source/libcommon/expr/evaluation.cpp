@@ -355,13 +355,17 @@ boost::shared_ptr<IExpressionContext> getExpressionContext(
     Status& status, const boost::shared_ptr<IProcessContext>& process,
     const std::string& expression) {
     try {
+        // A missing process or service fails like any other failure of
+        // this step instead of crashing.
+        if (!process || !process->getStackTraceService()) throw "No stack trace service";
         auto frames = process->getStackTraceService()->getFrames(process, 0);
         if (frames.empty()) {
             status.setError(ERR_OPERATION_FAILED, std::string("Running"));
             return boost::shared_ptr<IExpressionContext>();
         }
-        return process->getExpressionService()->createExpressionContext(status, frames.front(), "C",
-                                                                        expression);
+        auto service = process->getExpressionService();
+        if (!service) throw "No expression service";
+        return service->createExpressionContext(status, frames.front(), "C", expression);
     } catch (...) {
         status.setError(ERR_INVALID_CONTEXT,
                         std::string("Failed to get expression context while trying evaluating "
